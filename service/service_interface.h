@@ -1,6 +1,6 @@
 /// The table behind `get_function_ptr`: every operation of the data-array
 /// service, by index, with its signature. This header is the whole of what the
-/// service and its clients share.
+/// service and its clients share. No operation throws.
 ///
 /// Ownership. Array, factory, iterator and reference are opaque objects of the
 /// service; whoever receives one frees it with the operation named beside it.
@@ -86,7 +86,8 @@ struct array_factory_create_from_buffer_with_layout
                           ArrayImpl** array, MemoryLayoutCode layout)>
 {};
 
-// The array.
+// The array. Where an object is the result itself, null means that there was no
+// memory for it.
 struct array_new_empty : Operation<49, ArrayImpl*()>
 {};
 struct array_destroy : Operation<50, void(ArrayImpl* array)>
@@ -103,7 +104,7 @@ struct array_type_is_convertible
     : Operation<59, Code(ArrayTypeCode wanted, ArrayTypeCode actual, bool* convertible)>
 {};
 /// Copy on write. True: `copy` is a private copy, and the caller goes on with
-/// it. False: nothing changed.
+/// it; null if there was no memory for it. False: nothing changed.
 struct array_unshare : Operation<55, bool(ArrayImpl* array, bool soleOwner, ArrayImpl** copy)>
 {};
 /// The elements as a buffer of the caller's. A sole owner's array gives up its
