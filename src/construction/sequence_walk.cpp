@@ -1,0 +1,202 @@
+#include "construction/sequence_walk.h"
+
+#include "construction/element_conversion.h"
+
+#include <stdexcept>
+
+namespace vellum
+{
+namespace
+{
+constexpr const char* kNotRectangular = "arrays must be rectangular.";
+
+bool fail(PyObject* exceptionClass, const char* text)
+{
+    raise(exceptionClass, text);
+    return false;
+}
+
+/// What a shallow look at the children of a sequence tells.
+struct Probe
+{
+    bool m_isValid = false; ///< false: a Python error is set
+    bool m_isAlike = true;  ///< all children are no sequences, or all of one length
+    Py_ssize_t m_length = 1;
+};
+
+/// A child as the probe sees it: the length of a sequence, or -1 for none.
+/// False if it can't be told.
+bool probeChild(PyObject* sequence, Py_ssize_t position, Py_ssize_t& childLength)
+{
+    const PyRef child(PySequence_GetItem(sequence, position));
+    if (!child)
+    {
+        return fail(PyExc_RuntimeError, kNullData);
+    }
+    if (!PySequence_Check(child.get()))
+    {
+        childLength = -1;
+        return true;
+    }
+    childLength = PySequence_Size(child.get());
+    return childLength >= 0;
+}
+
+Probe probeSequence(PyObject* sequence)
+{
+    Probe probe;
+    probe.m_length = PySequence_Size(sequence);
+    if (probe.m_length < 0)
+    {
+        return probe;
+    }
+    probe.m_isValid = true;
+    Py_ssize_t first = -1;
+    for (Py_ssize_t i = 0; i < probe.m_length && probe.m_length > 1 && probe.m_isAlike; ++i)
+    {
+        Py_ssize_t length = -1;
+        if (!probeChild(sequence, i, length))
+        {
+            probe.m_isValid = false;
+            return probe;
+        }
+        first = i == 0 ? length : first;
+        probe.m_isAlike = length == first;
+    }
+    return probe;
+}
+
+template <class T>
+bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor);
+
+/// Opens a nesting level for a sequence of `length` elements.
+template <class T>
+void enterLevel(MDArrayBuilder<T>& builder, Py_ssize_t length)
+{
+    ++builder.m_depth;
+    if (builder.m_initializerDims.size() < builder.m_depth)
+    {
+        builder.m_initializerDims.push_back(0);
+    }
+    if (builder.m_levelLengths.size() < builder.m_depth)
+    {
+        builder.m_levelLengths.push_back(0);
+    }
+    builder.m_levelLengths[builder.m_depth - 1] = static_cast<std::uint64_t>(length);
+}
+
+/// Closes it: its length must be that of every level at this depth.
+template <class T>
+bool leaveLevel(MDArrayBuilder<T>& builder, Py_ssize_t length)
+{
+    std::uint64_t& recorded = builder.m_initializerDims[builder.m_depth - 1];
+    if (recorded == 0)
+    {
+        recorded = static_cast<std::uint64_t>(length);
+    }
+    else if (recorded != static_cast<std::uint64_t>(length))
+    {
+        return fail(PyExc_ValueError, kNotRectangular);
+    }
+    builder.m_levelLengths[builder.m_depth - 1] = 0;
+    --builder.m_depth;
+    return true;
+}
+
+template <class T>
+bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstructor)
+{
+    if (PyUnicode_Check(sequence))
+    {
+        return fail(PyExc_ValueError, "value passed to initializer must be numeric.");
+    }
+    const RecursionLevel level(" while walking a nested sequence");
+    if (!level.entered())
+    {
+        return false;
+    }
+    const Probe probe = probeSequence(sequence);
+    if (!probe.m_isValid)
+    {
+        return false;
+    }
+    if (!probe.m_isAlike)
+    {
+        return fail(PyExc_ValueError, "elements of array are of different lengths or types.");
+    }
+    enterLevel(builder, probe.m_length);
+    for (Py_ssize_t i = 0; i < probe.m_length; ++i)
+    {
+        const PyRef child(PySequence_GetItem(sequence, i));
+        if (!walk(builder, child.get(), isConstructor))
+        {
+            return false;
+        }
+    }
+    return leaveLevel(builder, probe.m_length);
+}
+
+template <class T>
+bool stageScalar(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
+{
+    ConvertedScalar<T> converted;
+    try
+    {
+        converted = convertScalar<T>(value, isConstructor);
+    }
+    catch (const std::runtime_error& error)
+    {
+        return fail(PyExc_RuntimeError, error.what());
+    }
+    if (!converted.m_hasValue)
+    {
+        return fail(converted.m_exceptionClass, converted.m_message.c_str());
+    }
+    if (builder.m_scalarDepth == 0)
+    {
+        builder.m_scalarDepth = builder.m_depth;
+    }
+    else if (builder.m_scalarDepth != builder.m_depth)
+    {
+        return fail(PyExc_ValueError, kNotRectangular);
+    }
+    builder.m_values.push_back(converted.m_value);
+    if (builder.m_initializerDims.empty())
+    {
+        builder.m_initializerDims = {1, 1};
+    }
+    return builder.m_isReserved ||
+           builder.reserveValues(checkedProduct(builder.m_levelLengths).value_or(kUnrepresentable));
+}
+
+template <class T>
+bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
+{
+    if (value == nullptr)
+    {
+        return fail(PyExc_RuntimeError, kNullData);
+    }
+    return PySequence_Check(value) ? walkChildren(builder, value, isConstructor)
+                                   : stageScalar(builder, value, isConstructor);
+}
+
+} // namespace
+
+template <class T>
+bool walkSequence(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
+{
+    if (!walk(builder, value, isConstructor))
+    {
+        return false;
+    }
+    // A level of length 0 counts as not recorded, and a foreign sequence can
+    // change its mind: what was staged has the last word.
+    return checkedProduct(builder.m_initializerDims) == std::uint64_t(builder.m_values.size()) ||
+           fail(PyExc_ValueError, kNotRectangular);
+}
+
+#define VELLUM_INSTANTIATE(T) template bool walkSequence<T>(MDArrayBuilder<T>&, PyObject*, bool);
+VELLUM_FOR_EACH_ELEMENT(VELLUM_INSTANTIATE)
+#undef VELLUM_INSTANTIATE
+
+} // namespace vellum
