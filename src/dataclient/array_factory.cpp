@@ -29,16 +29,15 @@ std::pair<void*, BufferDeleter> ArrayFactory::createRawBuffer(ArrayType type, st
 
 ArrayFactory::CreationFromBuffer ArrayFactory::prepareCreationFromBuffer(MemoryLayout layout)
 {
-    required<service::array_destroy>();
-    if (auto* withLayout = optional<service::array_factory_create_from_buffer_with_layout>())
-    {
-        return {withLayout, nullptr};
-    }
-    if (layout == MemoryLayout::RowMajor)
+    auto* withLayout = optional<service::array_factory_create_from_buffer_with_layout>();
+    if (withLayout == nullptr && layout == MemoryLayout::RowMajor)
     {
         throw detail::MissingFeature("Row-major buffers require Tide2a");
     }
-    return {nullptr, required<service::array_factory_create_from_buffer>()};
+    required<service::array_destroy>();
+    return {withLayout, withLayout != nullptr
+                            ? nullptr
+                            : required<service::array_factory_create_from_buffer>()};
 }
 
 impl::ArrayImpl* ArrayFactory::adoptBuffer(const CreationFromBuffer& creation, ArrayType type,

@@ -29,6 +29,13 @@ public:
         return Buffer<T>(deleter, static_cast<T*>(elements));
     }
 
+    /// Throws `MissingFeature` if the library can't make an array from a buffer
+    /// of that layout: for callers that must know before they give a buffer up.
+    static void requireCreationFromBuffer(MemoryLayout layout)
+    {
+        prepareCreationFromBuffer(layout);
+    }
+
     /// An array of shape `dims` that adopts the buffer. The service owns the
     /// buffer from its call on, also when that call fails; before it, the pair
     /// frees it.

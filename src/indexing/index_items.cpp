@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <sstream>
 
 namespace vellum
 {
@@ -42,7 +41,7 @@ WalkRange walkRange(std::size_t position, const std::vector<Index>& shape,
     }
     if (const auto* integer = std::get_if<IntegerIndexItem>(&items[position]))
     {
-        return {integer->m_index, integer->m_index + 1, 0};
+        return {integer->m_index, saturatedAdd(integer->m_index, 1), 0};
     }
     const auto& slice = std::get<SliceIndexItem>(items[position]);
     return {slice.m_start.value_or(0), slice.m_stop.value_or(0), slice.m_step.value_or(1)};
@@ -120,7 +119,9 @@ bool SliceIndexItem::normalize(Index len, IndexRefusal& refusal)
     }
     if (!m_slice_len)
     {
-        m_slice_len = saturatedAdd(*m_stop, -start) / *m_step;
+        const Index distance = saturatedAdd(*m_stop, -start);
+        // The least of all distances has no negative.
+        m_slice_len = *m_step == -1 ? saturatedMultiply(distance, -1) : distance / *m_step;
     }
     m_isNormalized = true;
     return true;

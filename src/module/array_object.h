@@ -42,6 +42,15 @@ inline PyObject* giveView(PyRef object, std::unique_ptr<MDArrayView> view)
 /// error if there is no memory for it.
 PyObject* newArrayObject(std::unique_ptr<MDArrayView> view);
 
+/// A static class record with nothing but its head filled.
+constexpr PyTypeObject blankClass()
+{
+    const PyVarObject head[] = {PyVarObject_HEAD_INIT(nullptr, 0)};
+    PyTypeObject type{};
+    type.ob_base = head[0];
+    return type;
+}
+
 /// From a body that works on a view to the function that Python calls: tests the
 /// object, then runs the body inside the guard. `Unused` are arguments that the
 /// protocol supplies and the body doesn't take.

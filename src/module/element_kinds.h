@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
@@ -173,6 +174,27 @@ decltype(auto) visitArrayType(ArrayType type, Visit&& visit, Otherwise&& otherwi
     default:
         return otherwise();
     }
+}
+
+/// The same over the 21 element types that the array classes hold.
+template <class Visit>
+auto visitElementType(ArrayType type, Visit&& visit)
+{
+    using Result = decltype(visit(std::type_identity<double>()));
+    const auto refuse = []() -> Result { throw std::runtime_error("invalid type."); };
+    return visitArrayType(
+        type,
+        [&]<class T>(std::type_identity<T> element) -> Result {
+            if constexpr (std::is_same_v<T, char16_t>)
+            {
+                return refuse();
+            }
+            else
+            {
+                return visit(element);
+            }
+        },
+        refuse);
 }
 
 /// Between real and complex elements of one kind.

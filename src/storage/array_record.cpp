@@ -209,21 +209,18 @@ data::Array& MDArrayWrapper::array()
 data::Array MDArrayWrapper::arrayFromBuffer() const
 {
     const std::vector<std::size_t> dims(m_shape.begin(), m_shape.end());
-    return visitArrayType(
-        m_arrayType,
-        [&]<class T>(std::type_identity<T>) -> data::Array {
-            data::ArrayFactory factory;
-            auto elements = factory.createBuffer<T>(static_cast<std::size_t>(m_numElems));
-            if (elements.get() == nullptr)
-            {
-                throw std::bad_alloc();
-            }
-            std::memcpy(static_cast<void*>(elements.get()), m_buf,
-                        static_cast<std::size_t>(m_bufferSizeInBytes));
-            return factory.createArrayFromBuffer<T>(dims, std::move(elements),
-                                                    data::MemoryLayout::ColumnMajor);
-        },
-        []() -> data::Array { throw std::runtime_error("invalid type."); });
+    return visitElementType(m_arrayType, [&]<class T>(std::type_identity<T>) -> data::Array {
+        data::ArrayFactory factory;
+        auto elements = factory.createBuffer<T>(static_cast<std::size_t>(m_numElems));
+        if (elements.get() == nullptr)
+        {
+            throw std::bad_alloc();
+        }
+        std::memcpy(static_cast<void*>(elements.get()), m_buf,
+                    static_cast<std::size_t>(m_bufferSizeInBytes));
+        return factory.createArrayFromBuffer<T>(dims, std::move(elements),
+                                                data::MemoryLayout::ColumnMajor);
+    });
 }
 
 void MDArrayWrapper::addExport()

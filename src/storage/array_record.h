@@ -76,6 +76,10 @@ private:
     /// An array of the values in `m_buf`, with the dimensions of `m_shape`.
     data::Array arrayFromBuffer() const;
 
+    /// Gives the record its array back after a reshape that failed: `array`, or
+    /// one made from `m_buf` if its storage is lost.
+    void restoreArray(data::Array&& array, bool lost);
+
     /// Shapes and strides from before a reshape, kept for the exports that point
     /// into them until the last export is released.
     std::vector<std::vector<Py_ssize_t>> m_retired;

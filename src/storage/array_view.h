@@ -149,6 +149,37 @@ bool forEachElement(const Selection& selection, Visit&& visit)
     }
 }
 
+/// Walks the elements of a selection that isn't empty, last dimension fastest.
+class SelectionCursor
+{
+public:
+    explicit SelectionCursor(const Selection& selection)
+        : m_selection(selection), m_position(selection.dimensions(), 0), m_address(selection.m_base)
+    {
+    }
+    const char* address() const { return m_address; }
+
+    /// Behind the last element it is at the first again.
+    void advance()
+    {
+        for (std::size_t k = m_position.size(); k-- > 0;)
+        {
+            m_address += m_selection.m_strides[k];
+            if (++m_position[k] < m_selection.m_lengths[k])
+            {
+                return;
+            }
+            m_address -= m_selection.m_lengths[k] * m_selection.m_strides[k];
+            m_position[k] = 0;
+        }
+    }
+
+private:
+    const Selection& m_selection;
+    std::vector<Py_ssize_t> m_position;
+    const char* m_address;
+};
+
 /// Diagnostic text, one field a line.
 std::ostream& operator<<(std::ostream& stream, const MDArrayView& view);
 

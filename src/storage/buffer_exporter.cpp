@@ -1,0 +1,101 @@
+#include "storage/buffer_exporter.h"
+
+namespace vellum
+{
+namespace
+{
+int refuse(Py_buffer* buffer, PyObject* exceptionClass, const char* text)
+{
+    if (buffer != nullptr)
+    {
+        buffer->obj = nullptr;
+    }
+    raise(exceptionClass, text);
+    return -1;
+}
+
+int fillBuffer(PyObject* self, Py_buffer* buffer, int flags)
+{
+    if (self == nullptr || viewOf(self) == nullptr)
+    {
+        return refuse(buffer, PyExc_RuntimeError, kNotInitialized);
+    }
+    if (buffer == nullptr)
+    {
+        return refuse(buffer, PyExc_RuntimeError, "null pointer to view object null.");
+    }
+    MDArrayWrapper& record = *viewOf(self)->m_sharedMDA;
+    if ((flags & PyBUF_WRITABLE) == PyBUF_WRITABLE && record.m_isReadOnly != 0)
+    {
+        return refuse(buffer, PyExc_ValueError, "underlying buffer is not writable.");
+    }
+    const char* format = formatOfArrayType(record.m_arrayType);
+    const bool wantsFormat = (flags & PyBUF_FORMAT) == PyBUF_FORMAT;
+    if (wantsFormat && format == nullptr)
+    {
+        return refuse(buffer, PyExc_ValueError, "format field is null.");
+    }
+    // The flags decide, not the shape: an array whose two orders coincide is
+    // refused like any other.
+    if ((flags & PyBUF_C_CONTIGUOUS) == PyBUF_C_CONTIGUOUS)
+    {
+        return refuse(buffer, PyExc_ValueError, "underlying buffer not C-contiguous.");
+    }
+    buffer->buf = record.m_buf;
+    buffer->obj = self;
+    buffer->len = record.m_bufferSizeInBytes;
+    buffer->itemsize = record.m_elemSizeInBytes;
+    buffer->readonly = record.m_isReadOnly;
+    buffer->ndim = record.m_nDim;
+    buffer->format = wantsFormat ? const_cast<char*>(format) : nullptr;
+    buffer->shape = record.m_shape.data();
+    buffer->strides = record.m_bytewiseStrides.data();
+    buffer->suboffsets = nullptr;
+    buffer->internal = nullptr;
+    Py_INCREF(self);
+    record.addExport();
+    return 0;
+}
+} // namespace
+
+int getBuffer(PyObject* self, Py_buffer* buffer, int flags)
+{
+    return guarded([=] { return fillBuffer(self, buffer, flags); });
+}
+
+void releaseBuffer(PyObject* self, Py_buffer*)
+{
+    guarded([=] { viewOf(self)->m_sharedMDA->releaseExport(); });
+}
+
+PyObject* bufferInfo(PyObject*, MDArrayView& view)
+{
+    const MDArrayWrapper& record = *view.m_sharedMDA;
+    const PyRef address(
+        PyLong_FromUnsignedLongLong(reinterpret_cast<std::uintptr_t>(record.m_buf)));
+    const PyRef count(PyLong_FromSsize_t(record.m_numElems));
+    return address && count ? PyTuple_Pack(2, address.get(), count.get()) : nullptr;
+}
+
+PyObject* bytewiseStrides(PyObject*, MDArrayView& view)
+{
+    const auto& strides = view.m_sharedMDA->m_bytewiseStrides;
+    PyRef tuple(PyTuple_New(static_cast<Py_ssize_t>(strides.size())));
+    for (std::size_t k = 0; tuple && k < strides.size(); ++k)
+    {
+        PyObject* stride = PyLong_FromSsize_t(strides[k]);
+        if (stride == nullptr)
+        {
+            return nullptr;
+        }
+        PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(k), stride);
+    }
+    return tuple.release();
+}
+
+PyObject* toMemoryView(PyObject* self, MDArrayView&)
+{
+    return PyMemoryView_FromObject(self);
+}
+
+} // namespace vellum
