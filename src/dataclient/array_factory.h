@@ -40,7 +40,7 @@ public:
     /// buffer from its call on, also when that call fails; before it, the pair
     /// frees it.
     template <class T>
-    TypedArray<T> createArrayFromBuffer(std::vector<std::size_t> dims, Buffer<T>&& buffer,
+    TypedArray<T> createArrayFromBuffer(const std::vector<std::size_t>& dims, Buffer<T>&& buffer,
                                         MemoryLayout layout)
     {
         const auto prepared = prepareCreationFromBuffer(layout);
@@ -51,7 +51,7 @@ public:
 
     /// Complex types only; the elements are whatever the service puts there.
     template <class T>
-    TypedArray<T> createArray(std::vector<std::size_t> dims)
+    TypedArray<T> createArray(const std::vector<std::size_t>& dims)
     {
         static_assert(ElementTraits<T>::kIsComplex);
         return TypedArray<T>::fromCreated(createRawArray(ElementTraits<T>::kArrayType, dims));

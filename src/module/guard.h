@@ -19,7 +19,7 @@ namespace vellum
 /// that a failure can say what couldn't be had.
 struct AllocationRequest
 {
-    const char* m_shortName;
+    const char* m_shortName = ""; ///< of the kind; a complex array says "double" too
     std::uint64_t m_count = 0;
 
     std::string failureText() const;

@@ -109,13 +109,13 @@ namespace
 /// The record's array with new dimensions, made of the same storage. `lost` is
 /// set if the storage was handed over and didn't come back.
 template <class T>
-data::Array rebuild(data::TypedArray<T>& typed, std::vector<std::size_t> dims,
+data::Array rebuild(data::TypedArray<T>& typed, const std::vector<std::size_t>& dims,
                     data::ArrayFactory& factory, bool& lost)
 {
     const bool wasSole = typed.isSoleOwner();
     auto elements = typed.release();
     lost = wasSole;
-    data::Array array = factory.createArrayFromBuffer<T>(std::move(dims), std::move(elements),
+    data::Array array = factory.createArrayFromBuffer<T>(dims, std::move(elements),
                                                          data::MemoryLayout::ColumnMajor);
     lost = false;
     return array;
@@ -142,7 +142,7 @@ void MDArrayWrapper::reshape(Shape shape)
         bool lost = false;
         try
         {
-            m_array = rebuild(typed, std::move(dims), factory, lost);
+            m_array = rebuild(typed, dims, factory, lost);
         }
         catch (...)
         {
