@@ -13,9 +13,8 @@ namespace vellum
 {
 namespace
 {
-/// The four arguments of a class. Owned: foreign code that a construction runs
-/// can empty the dict they came from. `None` counts as absent for the first
-/// three.
+/// The four arguments of a class. Owned, whatever foreign code makes of the dict
+/// they came from. `None` counts as absent for the first three.
 struct Arguments
 {
     PyRef m_initializer;
@@ -230,9 +229,11 @@ PyObject* construct(PyObject* args, PyObject* kwds, AllocationRequest& request)
     PyRef keywords = PyRef::fromBorrowed(kwds);
     if (hasLeadingDict(args, kwds))
     {
-        keywords = PyRef::fromBorrowed(PyTuple_GET_ITEM(args, 0));
+        // A copy: the parse borrows the values while it looks keys up, and a key's
+        // comparison can change the caller's dict.
+        keywords = PyRef(PyDict_Copy(PyTuple_GET_ITEM(args, 0)));
         positional = PyRef(PyTuple_GetSlice(args, 1, PyTuple_GET_SIZE(args)));
-        if (!positional)
+        if (!keywords || !positional)
         {
             return nullptr;
         }

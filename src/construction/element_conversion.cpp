@@ -18,14 +18,6 @@ using RealOf = typename ElementTraits<T>::Real;
 template <class T>
 inline constexpr bool kIsFloating = std::is_floating_point_v<RealOf<T>>;
 
-/// The texts are the same whatever locale the process has set.
-std::ostringstream makeText()
-{
-    std::ostringstream text;
-    text.imbue(std::locale::classic());
-    return text;
-}
-
 template <class T>
 ConvertedScalar<T> accept(T value)
 {
@@ -74,29 +66,54 @@ ConvertedScalar<T> refuseNonNumber(PyObject* object)
                      object == Py_None ? "value must not be 'None'." : "type does not match.");
 }
 
-template <class T, class Value>
-std::optional<T> castToKind(Value value, std::ostream& text)
+template <class Value>
+bool isNan(Value value)
 {
-    // NaN is in no range, but passes every comparison with its limits.
     if constexpr (std::is_floating_point_v<Value>)
     {
-        if (std::isnan(value))
-        {
-            text << "value (nan) cannot be stored in a variable of type "
-                 << kKindInfoOf<T>.m_shortName << ".";
-            return std::nullopt;
-        }
+        return std::isnan(value);
     }
+    else
+    {
+        return false;
+    }
+}
+
+/// The same text whatever locale the process has set; a NaN has no sign in it.
+template <class T, class Value>
+std::string rangeText(Value value)
+{
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << "value (";
+    if (isNan(value))
+    {
+        text << "nan";
+    }
+    else
+    {
+        text << value;
+    }
+    text << ") cannot be stored in a variable of type " << kKindInfoOf<T>.m_shortName << ".";
+    return text.str();
+}
+
+template <class T, class Value>
+std::optional<T> castToKind(Value value, std::string& text)
+{
     try
     {
-        return boost::numeric_cast<T>(value);
+        // NaN is in no range, but passes every comparison with its limits.
+        if (!isNan(value))
+        {
+            return boost::numeric_cast<T>(value);
+        }
     }
     catch (const boost::numeric::bad_numeric_cast&)
     {
-        text << "value (" << value << ") cannot be stored in a variable of type "
-             << kKindInfoOf<T>.m_shortName << ".";
-        return std::nullopt;
     }
+    text = rangeText<T>(value);
+    return std::nullopt;
 }
 
 /// Every value that a single can't hold, the negative ones too, is plus infinity.
@@ -177,12 +194,12 @@ ConvertedScalar<T> judgeFloating(const ScalarReading& reading)
 template <class T>
 ConvertedScalar<T> judgeParts(double real, double imaginary)
 {
-    auto text = makeText();
+    std::string text;
     const auto realPart = castFloatToKind<RealOf<T>>(real, text);
     const auto imaginaryPart =
         realPart ? castFloatToKind<RealOf<T>>(imaginary, text) : std::nullopt;
     return imaginaryPart ? accept<T>({*realPart, *imaginaryPart})
-                         : refuse<T>(PyExc_OverflowError, text.str());
+                         : refuse<T>(PyExc_OverflowError, std::move(text));
 }
 
 template <class T>
@@ -191,9 +208,9 @@ ConvertedScalar<T> judgeInteger(const ScalarReading& reading)
     switch (reading.m_form)
     {
     case Form::Integer: {
-        auto text = makeText();
+        std::string text;
         const auto value = castIntToKind<RealOf<T>>(reading.m_integer, text);
-        return value ? accept<T>(*value) : refuse<T>(PyExc_OverflowError, text.str());
+        return value ? accept<T>(*value) : refuse<T>(PyExc_OverflowError, std::move(text));
     }
     case Form::TooLargeInteger:
         return refuseTooLarge<T>();
@@ -310,13 +327,13 @@ ConvertedScalar<T> judgeScalar(const ScalarReading& reading, bool isConstructor)
 }
 
 template <class T>
-std::optional<T> castIntToKind(std::int64_t value, std::ostream& text)
+std::optional<T> castIntToKind(std::int64_t value, std::string& text)
 {
     return castToKind<T>(value, text);
 }
 
 template <class T>
-std::optional<T> castFloatToKind(double value, std::ostream& text)
+std::optional<T> castFloatToKind(double value, std::string& text)
 {
     return castToKind<T>(value, text);
 }

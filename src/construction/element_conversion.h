@@ -10,7 +10,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <ostream>
 #include <string>
 
 namespace vellum
@@ -72,10 +71,10 @@ ConvertedScalar<T> convertScalar(PyObject* object, bool isConstructor)
 }
 
 /// Range-checked casts to an integer kind; a float is cut toward zero. Nothing
-/// if the value is out of range: the range text is in the stream then.
+/// if the value is out of range: the range text is in `text` then.
 template <class T>
-std::optional<T> castIntToKind(std::int64_t value, std::ostream& text);
+std::optional<T> castIntToKind(std::int64_t value, std::string& text);
 template <class T>
-std::optional<T> castFloatToKind(double value, std::ostream& text);
+std::optional<T> castFloatToKind(double value, std::string& text);
 
 } // namespace vellum

@@ -1,6 +1,7 @@
 #include "construction/sequence_walk.h"
 
 #include "construction/element_conversion.h"
+#include "module/array_object.h"
 
 #include <stdexcept>
 
@@ -9,11 +10,22 @@ namespace vellum
 namespace
 {
 constexpr const char* kNotRectangular = "arrays must be rectangular.";
+constexpr const char* kWalking = " while walking a nested sequence";
 
 bool fail(PyObject* exceptionClass, const char* text)
 {
     raise(exceptionClass, text);
     return false;
+}
+
+using ElementReader = ScalarReading (*)(const void* address);
+
+/// How the elements of an array are read, whatever kind is made of them.
+ElementReader elementReader(ArrayType type)
+{
+    return visitElementType(type, []<class T>(std::type_identity<T>) -> ElementReader {
+        return [](const void* address) { return readElement(loadElement<T>(address)); };
+    });
 }
 
 /// What a shallow look at the children of a sequence tells.
@@ -110,7 +122,7 @@ bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstru
     {
         return fail(PyExc_ValueError, "value passed to initializer must be numeric.");
     }
-    const RecursionLevel level(" while walking a nested sequence");
+    const RecursionLevel level(kWalking);
     if (!level.entered())
     {
         return false;
@@ -137,12 +149,12 @@ bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstru
 }
 
 template <class T>
-bool stageScalar(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
+bool stageReading(MDArrayBuilder<T>& builder, const ScalarReading& reading, bool isConstructor)
 {
     ConvertedScalar<T> converted;
     try
     {
-        converted = convertScalar<T>(value, isConstructor);
+        converted = judgeScalar<T>(reading, isConstructor);
     }
     catch (const std::runtime_error& error)
     {
@@ -169,6 +181,40 @@ bool stageScalar(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor
            builder.reserveValues(checkedProduct(builder.m_levelLengths).value_or(kUnrepresentable));
 }
 
+/// An array of this module gives what its sequence interface would, read from its
+/// dense block: alike at every level, and no foreign code can run in between.
+template <class T>
+bool walkSelection(MDArrayBuilder<T>& builder, const Selection& selection, std::size_t depth,
+                   const char* address, ElementReader read, bool isConstructor)
+{
+    const RecursionLevel level(kWalking);
+    if (!level.entered())
+    {
+        return false;
+    }
+    const Py_ssize_t length = selection.m_lengths[depth];
+    const bool isLast = depth + 1 == selection.dimensions();
+    enterLevel(builder, length);
+    for (Py_ssize_t i = 0; i < length; ++i)
+    {
+        if (isLast ? !stageReading(builder, read(address), isConstructor)
+                   : !walkSelection(builder, selection, depth + 1, address, read, isConstructor))
+        {
+            return false;
+        }
+        address += selection.m_strides[depth];
+    }
+    return leaveLevel(builder, length);
+}
+
+template <class T>
+bool walkArray(MDArrayBuilder<T>& builder, const MDArrayView& view, bool isConstructor)
+{
+    const auto selection = selectionOf(view);
+    return selection && walkSelection(builder, *selection, 0, selection->m_base,
+                                      elementReader(view.m_sharedMDA->m_arrayType), isConstructor);
+}
+
 template <class T>
 bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
 {
@@ -176,8 +222,12 @@ bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
     {
         return fail(PyExc_RuntimeError, kNullData);
     }
+    if (isArrayObject(value))
+    {
+        return walkArray(builder, *viewOf(value), isConstructor);
+    }
     return PySequence_Check(value) ? walkChildren(builder, value, isConstructor)
-                                   : stageScalar(builder, value, isConstructor);
+                                   : stageReading(builder, readScalar(value), isConstructor);
 }
 
 } // namespace

@@ -83,9 +83,11 @@ ArrayFacts readFacts(const data::Array& array, char order)
 
 std::unique_ptr<void, Free> allocateBlock(const ArrayFacts& facts)
 {
-    // A block of 0 bytes is a valid pointer, whatever `malloc` makes of it.
-    const auto byteCount = static_cast<std::size_t>(std::max<Py_ssize_t>(facts.m_byteCount, 1));
-    std::unique_ptr<void, Free> block(std::malloc(byteCount));
+    // Room for one element at least: a buffer without dimensions counts as one,
+    // whatever its length says, and only native code makes such arrays.
+    const auto byteCount = static_cast<std::size_t>(std::max(facts.m_byteCount, facts.m_elemSize));
+    std::unique_ptr<void, Free> block(facts.m_byteCount != 0 ? std::malloc(byteCount)
+                                                             : std::calloc(1, byteCount));
     if (block == nullptr)
     {
         const auto kind = kindOfArrayType(facts.m_type);

@@ -41,6 +41,11 @@ int fillBuffer(PyObject* self, Py_buffer* buffer, int flags)
     {
         return refuse(buffer, PyExc_ValueError, "underlying buffer not C-contiguous.");
     }
+    // The protocol has no room for more, and consumers recurse over them.
+    if (record.m_nDim > PyBUF_MAX_NDIM)
+    {
+        return refuse(buffer, PyExc_ValueError, "number of dimensions must not exceed 64.");
+    }
     buffer->buf = record.m_buf;
     buffer->obj = self;
     buffer->len = record.m_bufferSizeInBytes;
