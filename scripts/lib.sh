@@ -177,6 +177,8 @@ install_packages() {
     fi
     say "Installing ${missing[*]}"
     elevate+=(env DEBIAN_FRONTEND=noninteractive)
+    "${elevate[@]}" true </dev/null ||
+        cannot $'sudo does not let this user install, so nothing was changed. Missing:\n'"$(list_missing)"
     local apt=("${elevate[@]}" /usr/bin/apt-get -q -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0)
     # An earlier run may have been stopped half-way.
     "${elevate[@]}" /usr/bin/dpkg --configure -a </dev/null || true
