@@ -109,7 +109,7 @@ def test_a_refused_element_stores_nothing_at_any_depth():
 
 
 class Hook:
-    """Runs code wherever it is asked for a length, an item or an index."""
+    """Runs code wherever it is asked for an item or an index."""
 
     def __init__(self, code, values=()):
         self.code, self.values = code, values
