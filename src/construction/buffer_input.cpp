@@ -119,7 +119,7 @@ bool readShape(MDArrayBuilder<T>& builder, const Py_buffer& buffer, std::uint64_
         {
             return fail("shape is null.");
         }
-        if (buffer.strides == nullptr || buffer.itemsize == 0)
+        if (buffer.strides == nullptr || buffer.itemsize <= 0)
         {
             return fail("strides or itemsize of input buffer are missing.");
         }
