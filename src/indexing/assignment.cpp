@@ -56,6 +56,21 @@ public:
         return stands || refuse();
     }
 
+    /// The lengths of what the item selects: those of the dimensions behind it,
+    /// behind its own if it is a slice.
+    Dimensions selectedLengths(const IndexItem& item) const
+    {
+        Dimensions lengths;
+        if (const auto* slice = std::get_if<SliceIndexItem>(&item))
+        {
+            lengths.push_back(static_cast<std::uint64_t>(slice->m_slice_len.value_or(0)));
+        }
+        const auto& shape = record().m_shape;
+        lengths.insert(lengths.end(), shape.begin() + m_view.m_numberOfIntegerIndicesSoFar + 1,
+                       shape.end());
+        return lengths;
+    }
+
     /// The region of the record that the view and the item select, which takes
     /// the place of the view's final slice. Nothing, with "unable to set value.",
     /// if one position of it is outside its dimension.
@@ -134,10 +149,10 @@ int assignElement(const MDArrayView& view, Py_ssize_t index, PyObject* value)
     return setElement<T>(*view.m_sharedMDA, indices, converted.m_value) ? 0 : kFailed;
 }
 
-/// An integer at an earlier dimension: the right side has exactly the shape of
-/// the sub-array.
+/// An integer at an earlier dimension, or a slice at the last one: the right side
+/// has exactly the shape of what is selected.
 template <class T>
-int assignSubArray(const Target& target, const IntegerIndexItem& item, PyObject* value)
+int assignSameShape(const Target& target, const IndexItem& item, PyObject* value)
 {
     AllocationRequest request{kKindInfoOf<T>.m_shortName};
     MDArrayBuilder<T> builder(request);
@@ -145,36 +160,7 @@ int assignSubArray(const Target& target, const IntegerIndexItem& item, PyObject*
     {
         return kFailed;
     }
-    const auto region = target.region(item);
-    if (!region)
-    {
-        return kFailed;
-    }
-    const Dimensions lengths(region->m_lengths.begin(), region->m_lengths.end());
-    if (builder.m_initializerDims != lengths)
-    {
-        return failShape();
-    }
-    if (!builder.m_values.empty())
-    {
-        storeRegion(target.record(), *region, builder.m_values);
-    }
-    return 0;
-}
-
-/// A slice at the last dimension: the right side is flat, with one element for
-/// each selected index.
-template <class T>
-int assignToIndexValues(const Target& target, const SliceIndexItem& item, PyObject* value)
-{
-    AllocationRequest request{kKindInfoOf<T>.m_shortName};
-    MDArrayBuilder<T> builder(request);
-    if (!walkSequence(builder, value, false) || !target.holds(item))
-    {
-        return kFailed;
-    }
-    if (builder.m_initializerDims.size() != 1 ||
-        std::cmp_not_equal(builder.m_values.size(), item.m_slice_len.value_or(0)))
+    if (builder.m_initializerDims != target.selectedLengths(item))
     {
         return failShape();
     }
@@ -242,7 +228,7 @@ int assignAtIndex(const Target& target, Py_ssize_t index, PyObject* value)
         return kFailed;
     }
     return target.isAtLastDimension() ? assignElement<T>(view, item.m_index, value)
-                                      : assignSubArray<T>(target, item, value);
+                                      : assignSameShape<T>(target, item, value);
 }
 
 template <class T>
@@ -261,7 +247,7 @@ int assignAtSlice(const Target& target, PyObject* key, PyObject* value)
     {
         return kFailed;
     }
-    return assignToIndexValues<T>(target, item, value);
+    return assignSameShape<T>(target, item, value);
 }
 
 } // namespace

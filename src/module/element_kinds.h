@@ -93,31 +93,26 @@ constexpr const KindInfo& kindInfo(SupportedArrayEnum kind)
 template <class T>
 struct ElementTraits;
 
+template <class RealType, SupportedArrayEnum kind, bool isComplex, ArrayType type>
+struct ElementTraitsOf
+{
+    using Real = RealType;
+    static constexpr SupportedArrayEnum kKind = kind;
+    static constexpr bool kIsComplex = isComplex;
+    static constexpr ArrayType kArrayType = type;
+};
+
 #define VELLUM_NUMERIC_(ACTION, kind, name, type, code, realType, complexType)                     \
-    template <>                                                                                    \
-    struct ElementTraits<type>                                                                     \
-    {                                                                                              \
-        using Real = type;                                                                         \
-        static constexpr SupportedArrayEnum kKind = SupportedArrayEnum::kind;                      \
-        static constexpr bool kIsComplex = false;                                                  \
-        static constexpr ArrayType kArrayType = realType;                                          \
-    };                                                                                             \
+    VELLUM_LOGICAL_(ACTION, kind, name, type, code, realType)                                      \
     template <>                                                                                    \
     struct ElementTraits<std::complex<type>>                                                       \
+        : ElementTraitsOf<type, SupportedArrayEnum::kind, true, complexType>                       \
     {                                                                                              \
-        using Real = type;                                                                         \
-        static constexpr SupportedArrayEnum kKind = SupportedArrayEnum::kind;                      \
-        static constexpr bool kIsComplex = true;                                                   \
-        static constexpr ArrayType kArrayType = complexType;                                       \
     };
 #define VELLUM_LOGICAL_(ACTION, kind, name, type, code, realType)                                  \
     template <>                                                                                    \
-    struct ElementTraits<type>                                                                     \
+    struct ElementTraits<type> : ElementTraitsOf<type, SupportedArrayEnum::kind, false, realType>  \
     {                                                                                              \
-        using Real = type;                                                                         \
-        static constexpr SupportedArrayEnum kKind = SupportedArrayEnum::kind;                      \
-        static constexpr bool kIsComplex = false;                                                  \
-        static constexpr ArrayType kArrayType = realType;                                          \
     };
 VELLUM_ELEMENT_KINDS(VELLUM_NUMERIC_, VELLUM_LOGICAL_, )
 #undef VELLUM_NUMERIC_
