@@ -16,17 +16,19 @@ class impl::ArrayImpl
 public:
     ArrayTypeCode type;
     std::vector<std::size_t> dims;
-    std::size_t width;
     char* elements; // null in an empty array, and once released
 };
 class detail::IteratorImpl
 {
 public:
     char* address;
+};
+class detail::ReferenceImpl
+{
+public:
+    char* address;
     std::size_t width;
 };
-class detail::ReferenceImpl : public detail::IteratorImpl
-{};
 } // namespace vellum::data
 
 namespace scripted
@@ -42,13 +44,6 @@ Script& script()
 
 namespace
 {
-/// Bytes of one element; 0 for a type that has none.
-std::size_t widthOf(ArrayTypeCode type)
-{
-    constexpr std::size_t widths[] = {1, 2, 0, 8, 4, 1, 1, 2, 2, 4, 4, 8, 8, 16, 8, 2, 2, 4, 4, 8, 8, 16, 16};
-    return type < 0 || type > 22 ? 0 : widths[type];
-}
-
 template <class Object>
 Object* born(Object* object)
 {
@@ -65,179 +60,166 @@ Object* dying(Object* object)
     return isLive ? object : nullptr;
 }
 
-void freeBuffer(void* buffer) { std::free(dying(buffer)); }
-
-char* makeBuffer(std::size_t size) { return born(static_cast<char*>(std::calloc(size + 1, 1))); }
-
-std::size_t sizeOf(const ArrayImpl* array)
+std::size_t width(ArrayTypeCode type)
 {
-    return array->elements == nullptr ? 0
-                                      : std::accumulate(array->dims.begin(), array->dims.end(),
-                                                        array->width, std::multiplies<>());
+    constexpr std::size_t widths[] = {1, 2,  0, 8, 4, 1, 1, 2, 2, 4,  4, 8,
+                                      8, 16, 8, 2, 2, 4, 4, 8, 8, 16, 16};
+    return type < 0 || type > 22 ? 0 : widths[type];
 }
 
-char* copyElements(const ArrayImpl* array)
+std::size_t count(const ArrayImpl* array)
 {
-    auto* const copy = makeBuffer(sizeOf(array));
-    std::memcpy(copy, array->elements, sizeOf(array));
-    return copy;
+    return std::accumulate(array->dims.begin(), array->dims.end(),
+                           std::size_t(array->elements != nullptr), std::multiplies<>());
+}
+
+std::size_t size(const ArrayImpl* array)
+{
+    return count(array) * width(array->type);
+}
+
+void freeBuffer(void* buffer)
+{
+    std::free(dying(buffer));
+}
+
+char* makeBuffer(std::size_t bytes)
+{
+    return born(static_cast<char*>(std::calloc(bytes + 1, 1)));
+}
+
+void* copyElements(const ArrayImpl* array)
+{
+    return std::memcpy(makeBuffer(size(array)), array->elements, size(array));
 }
 
 ArrayImpl* make(ArrayTypeCode type, std::vector<std::size_t> dims, void* elements)
 {
-    return born(new ArrayImpl{type, std::move(dims), widthOf(type), static_cast<char*>(elements)});
+    return born(new ArrayImpl{type, std::move(dims), static_cast<char*>(elements)});
 }
 
-/// What stands in the table: keeps the account and fails if the script says so.
-/// A failed operation that owes something all the same sees to it in `body`.
+/// What stands in the table: keeps the account, does its work and answers 0; if
+/// the script has a code for it, answers that instead. A failed operation that
+/// owes something all the same does that in its work.
 template <class Operation, class Function = typename Operation::Function>
 struct Scripted;
 template <class Operation, class Result, class... Arguments>
 struct Scripted<Operation, Result(Arguments...)>
 {
-    static inline Result (*body)(Arguments...);
+    using Work = std::conditional_t<std::is_same_v<Result, Code>, void, Result>(Arguments...);
+    static inline Work* work;
+
+    template <class Other>
+    static void note(Other)
+    {
+    }
+    static void note(bool flag) { script().flags[Operation::index] = flag; }
     static Result call(Arguments... arguments)
     {
-        constexpr int index = Operation::index;
-        ++script().calls[index];
-        const auto note = [](auto argument) {
-            if constexpr (std::is_same_v<decltype(argument), bool>)
-            {
-                script().flags[index] = argument;
-            }
-        };
+        script().called.insert(Operation::index);
         (note(arguments), ...);
-        const Code code = script().codes[index];
-        if (code == 0 || index == 11 || index == 55 || index == 110)
-        {
-            return body(arguments...);
-        }
+        const Code code = script().codes[Operation::index];
+        const bool works = code == 0 || std::set{11, 55, 110}.count(Operation::index) != 0;
         if constexpr (std::is_same_v<Result, Code>)
         {
-            return code;
+            return works ? work(arguments...) : void(), code;
         }
-        return Result();
+        else
+        {
+            return works ? work(arguments...) : Result();
+        }
     }
 };
 
 template <class Operation>
-std::pair<const int, void*> row(typename Operation::Function* body)
+std::pair<const int, void*> row(typename Scripted<Operation>::Work* work)
 {
-    Scripted<Operation>::body = body;
+    Scripted<Operation>::work = work;
     return {Operation::index, reinterpret_cast<void*>(&Scripted<Operation>::call)};
 }
 
-constexpr auto adopt = [](auto, auto type, auto dims, auto count, auto buffer, auto deleter,
-                          auto array, auto... layout) -> Code {
-    constexpr int index = sizeof...(layout) == 0 ? 11 : 110;
-    ((script().layout = layout), ...);
-    if (script().codes[index] != 0)
-    {
-        deleter(buffer);
-        return script().codes[index];
-    }
-    *array = make(type, {dims, dims + count}, buffer);
-    return 0;
-};
-constexpr auto begin = [](auto array, bool) {
-    return born(new IteratorImpl{array->elements, array->width});
-};
-constexpr auto end = [](auto array, bool) {
-    return born(new IteratorImpl{array->elements + sizeOf(array), array->width});
-};
-constexpr auto getAddress = [](auto iterator, void** element) { *element = iterator->address; };
 constexpr auto destroy = [](auto object) { delete dying(object); };
+constexpr auto getAddress = [](auto iterator, auto address) { *address = iterator->address; };
+constexpr auto begin = [](auto array, bool) { return born(new IteratorImpl{array->elements}); };
+constexpr auto end = [](auto array, bool) {
+    return born(new IteratorImpl{array->elements + size(array)});
+};
+constexpr auto adopt = [](auto, auto type, auto dims, auto dimCount, auto buffer, auto deleter,
+                          auto array, auto... layout) {
+    ((script().layout = layout), ...);
+    if (script().codes[sizeof...(layout) == 0 ? 11 : 110] != 0)
+        return deleter(buffer);
+    *array = make(type, {dims, dims + dimCount}, buffer);
+};
 
-const std::map<int, void*>& table()
-{
-    static const std::map<int, void*> rows = {
-        row<array_factory_new>([](auto factory) -> Code {
-            *factory = born(new ArrayFactoryImpl);
-            return 0;
-        }),
-        row<array_factory_destroy>(destroy),
-        row<array_factory_create_array>([](auto, auto type, auto dims, auto count, auto array) {
-            *array = make(type, {dims, dims + count}, makeBuffer(widthOf(type)));
-            return Code(0);
-        }),
-        row<array_factory_create_scalar>([](auto, auto type, auto element, auto array) -> Code {
-            *array = make(type, {1, 1}, makeBuffer(widthOf(type)));
-            std::memcpy((*array)->elements, element, widthOf(type));
-            return 0;
-        }),
-        row<array_factory_create_buffer>([](auto, auto buffer, auto deleter, auto type, auto count) {
-            *buffer = makeBuffer(count * widthOf(type));
-            *deleter = freeBuffer;
-            return Code(0);
-        }),
-        row<array_factory_create_from_buffer>(adopt),
-        row<array_factory_create_from_buffer_with_layout>(adopt),
-        row<array_new_empty>([] { return make(2, {}, nullptr); }),
-        row<array_destroy>([](auto array) {
-            std::free(array->elements != nullptr ? dying(array->elements) : nullptr);
-            delete dying(array);
-        }),
-        row<array_get_dimensions>([](auto array, auto count, auto dims) {
-            *count = array->dims.size();
-            *dims = array->dims.data();
-        }),
-        row<array_get_number_of_elements>([](auto array) {
-            return array->elements == nullptr ? 0 : sizeOf(array) / array->width;
-        }),
-        row<array_get_type>([](auto array, auto type) -> Code {
-            *type = array->type;
-            return 0;
-        }),
-        row<array_type_is_convertible>([](auto wanted, auto actual, auto convertible) -> Code {
-            *convertible = wanted == actual && script().convertible;
-            return 0;
-        }),
-        row<array_unshare>([](auto array, bool soleOwner, auto copy) {
-            const bool fails = script().codes[array_unshare::index] != 0;
-            const bool copies = !fails && script().copiesOnUnshare(soleOwner);
-            *copy = copies ? make(array->type, array->dims, copyElements(array)) : nullptr;
-            return copies || fails;
-        }),
-        row<array_release_buffer>([](auto array, bool soleOwner, auto buffer, auto deleter) -> Code {
-            *buffer = soleOwner ? std::exchange(array->elements, nullptr) : copyElements(array);
-            *deleter = freeBuffer;
-            return 0;
-        }),
-        row<array_get_reference>([](auto array, auto number, auto reference) -> Code {
-            char* const address = array->elements + number * array->width;
-            *reference = born(new ReferenceImpl{{address, array->width}});
-            return 0;
-        }),
-        row<array_begin>(begin),
-        row<array_begin_v2>(begin),
-        row<array_end>(end),
-        row<array_end_v2>(end),
-        row<iterator_destroy>(destroy),
-        row<iterator_get_pointer>(getAddress),
-        row<iterator_get_complex_pointer>(getAddress),
-        row<iterator_get_reference>([](auto iterator, auto reference) {
-            *reference = born(new ReferenceImpl{*iterator});
-        }),
-        row<reference_get_complex_parts>([](auto reference, auto real, auto imaginary) -> Code {
-            *real = reference->address;
-            *imaginary = nullptr; // not to be read
-            return 0;
-        }),
-        row<reference_set_complex_value>([](auto reference, auto, auto real, auto imag) -> Code {
-            const std::size_t half = reference->width / 2;
-            std::memcpy(reference->address, real, half);
-            std::memcpy(reference->address + half, imag, half);
-            return 0;
-        }),
-        row<reference_destroy>(destroy),
-    };
-    return rows;
-}
+const std::map<int, void*> table = {
+    row<array_factory_new>([](auto factory) { *factory = born(new ArrayFactoryImpl); }),
+    row<array_factory_destroy>(destroy),
+    row<array_factory_create_array>([](auto, auto type, auto dims, auto dimCount, auto array) {
+        *array = make(type, {dims, dims + dimCount}, makeBuffer(width(type)));
+    }),
+    row<array_factory_create_scalar>([](auto, auto type, auto element, auto array) {
+        *array = make(type, {1, 1}, std::memcpy(makeBuffer(width(type)), element, width(type)));
+    }),
+    row<array_factory_create_buffer>([](auto, auto buffer, auto deleter, auto type, auto number) {
+        *buffer = makeBuffer(number * width(type));
+        *deleter = freeBuffer;
+    }),
+    row<array_factory_create_from_buffer>(adopt),
+    row<array_factory_create_from_buffer_with_layout>(adopt),
+    row<array_new_empty>([] { return make(2, {}, nullptr); }),
+    row<array_destroy>([](auto array) {
+        std::free(array->elements != nullptr ? dying(array->elements) : nullptr);
+        delete dying(array);
+    }),
+    row<array_get_dimensions>([](auto array, auto dimCount, auto dims) {
+        *dimCount = array->dims.size();
+        *dims = array->dims.data();
+    }),
+    row<array_get_number_of_elements>([](auto array) { return count(array); }),
+    row<array_get_type>([](auto array, auto type) { *type = array->type; }),
+    row<array_type_is_convertible>([](auto wanted, auto actual, auto convertible) {
+        *convertible = wanted == actual && script().convertible;
+    }),
+    row<array_unshare>([](auto array, bool soleOwner, auto copy) {
+        const bool fails = script().codes[55] != 0;
+        const bool copies = !fails && script().copiesOnUnshare(soleOwner);
+        *copy = copies ? make(array->type, array->dims, copyElements(array)) : nullptr;
+        return copies || fails;
+    }),
+    row<array_release_buffer>([](auto array, bool soleOwner, auto buffer, auto deleter) {
+        *buffer = soleOwner ? std::exchange(array->elements, nullptr) : copyElements(array);
+        *deleter = freeBuffer;
+    }),
+    row<array_get_reference>([](auto array, auto number, auto reference) {
+        const std::size_t step = width(array->type);
+        *reference = born(new ReferenceImpl{array->elements + number * step, step});
+    }),
+    row<array_begin>(begin),
+    row<array_begin_v2>(begin),
+    row<array_end>(end),
+    row<array_end_v2>(end),
+    row<iterator_destroy>(destroy),
+    row<iterator_get_pointer>(getAddress),
+    row<iterator_get_complex_pointer>(getAddress),
+    row<iterator_get_reference>([](auto iterator, auto reference) {
+        *reference = born(new ReferenceImpl{iterator->address, 0});
+    }),
+    row<reference_get_complex_parts>([](auto reference, auto real, auto) {
+        *real = reference->address; // the second address isn't to be read
+    }),
+    row<reference_set_complex_value>([](auto reference, auto, auto real, auto imaginary) {
+        const std::size_t half = reference->width / 2;
+        std::memcpy(reference->address, real, half);
+        std::memcpy(reference->address + half, imaginary, half);
+    }),
+    row<reference_destroy>(destroy),
+};
 } // namespace
 
 ArrayImpl* makeArray(ArrayTypeCode type)
 {
-    return make(type, {1, 1}, makeBuffer(widthOf(type)));
+    return make(type, {1, 1}, makeBuffer(width(type)));
 }
 
 } // namespace scripted
@@ -245,7 +227,7 @@ ArrayImpl* makeArray(ArrayTypeCode type)
 extern "C" void* get_function_ptr(int index)
 {
     ++scripted::script().lookups[index];
-    const auto found = scripted::table().find(index);
+    const auto found = scripted::table.find(index);
     const bool isHidden = scripted::script().hidden.count(index) != 0;
-    return isHidden || found == scripted::table().end() ? nullptr : found->second;
+    return isHidden || found == scripted::table.end() ? nullptr : found->second;
 }

@@ -17,11 +17,11 @@ struct Script
     /// What an operation answers instead of doing its work. One without a code
     /// gives null, or leaves its out value alone.
     std::map<int, vellum::data::service::Code> codes;
-    bool convertible = true;                    ///< the answer for equal types
+    bool convertible = true; ///< the answer for equal types
     bool (*copiesOnUnshare)(bool soleOwner) = [](bool soleOwner) { return !soleOwner; };
 
-    std::map<int, int> lookups;                 ///< of each index
-    std::map<int, int> calls;                   ///< of each operation
+    std::map<int, int> lookups; ///< of each index
+    std::set<int> called;
     std::map<int, bool> flags;                  ///< the last flag given to an operation
     vellum::data::MemoryLayoutCode layout = -1; ///< the last one asked for
     std::set<const void*> live;                 ///< objects and buffers not yet freed
