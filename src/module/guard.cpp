@@ -35,9 +35,10 @@ void raiseFromException(const AllocationRequest* request)
     {
         raiseMemoryError(nullptr, error.what());
     }
-    catch (const std::bad_alloc& error)
+    catch (const std::bad_alloc&)
     {
-        raiseMemoryError(request, error.what());
+        // Its own text says nothing that the class doesn't.
+        raiseMemoryError(request, "");
     }
     catch (const data::detail::OutOfMemory& error)
     {

@@ -90,7 +90,7 @@ data::Array copyPart(const data::TypedArray<T>& array, data::ArrayFactory& facto
     auto buffer = factory.createBuffer<Real>(count);
     if (buffer.get() == nullptr)
     {
-        throw std::bad_alloc();
+        throw AllocationError({kKindInfoOf<T>.m_shortName, count});
     }
     const T* elements = array.begin().address();
     const auto end = elements + (array.end() - array.begin());
@@ -114,9 +114,8 @@ data::Array copyPart(const data::TypedArray<T>& array, data::ArrayFactory& facto
 
 data::Array rowVector(MDArrayWrapper& record, data::ArrayFactory& factory, Part part)
 {
-    return data::apply_numeric_visitor(record.array(), [&](auto&& typed) -> data::Array {
-        using Element = typename std::decay_t<decltype(typed)>::Element;
-        return copyPart<Element>(typed, factory, part);
+    return visitElementType(record.m_arrayType, [&]<class T>(std::type_identity<T>) -> data::Array {
+        return copyPart(data::TypedArray<T>(std::as_const(record.array())), factory, part);
     });
 }
 

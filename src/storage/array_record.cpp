@@ -216,7 +216,8 @@ data::Array MDArrayWrapper::arrayFromBuffer() const
         auto elements = factory.createBuffer<T>(static_cast<std::size_t>(m_numElems));
         if (elements.get() == nullptr)
         {
-            throw std::bad_alloc();
+            throw AllocationError(
+                {kKindInfoOf<T>.m_shortName, static_cast<std::uint64_t>(m_numElems)});
         }
         std::memcpy(static_cast<void*>(elements.get()), m_buf,
                     static_cast<std::size_t>(m_bufferSizeInBytes));
