@@ -3,6 +3,7 @@
 import math
 import re
 
+import _testbuffer
 import numpy
 import pytest
 import vellum
@@ -75,6 +76,12 @@ def test_accepted_forms_and_partial_arrays():
 
 def test_exports_keep_their_shape_and_see_the_values():
     array = counted(2, 6)
+    # Memoryviews copy the shape; this one reads the exporter's own.
+    raw = _testbuffer.ndarray(array, getbuf=_testbuffer.PyBUF_FULL_RO)
+    assert array.reshape(3, 4).reshape(2, 6).size == raw.shape
+    array.reshape(4, 3)
+    assert (raw.shape, raw.strides) == ((2, 6), (2, 4))
+    array.reshape(2, 6)
     exports = []
     for shape in [(3, 4), (12, 1), (2, 2, 3), (2, 6)]:
         exports.append((memoryview(array), array.size, numpy.asarray(array).strides))
