@@ -145,7 +145,8 @@ PyObject* arrayArrayClass()
 
 } // namespace vellum
 
-PyMODINIT_FUNC PyInit_vellummultidimarrayforpython()
+// Not PyMODINIT_FUNC: in Python 3.8 it leaves the symbol hidden like all others.
+extern "C" __attribute__((visibility("default"))) PyObject* PyInit_vellummultidimarrayforpython()
 {
     return vellum::guarded([] { return vellum::createModule(); });
 }
