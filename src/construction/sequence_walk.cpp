@@ -194,6 +194,7 @@ bool walkSelection(MDArrayBuilder<T>& builder, const Selection& selection, std::
     }
     const Py_ssize_t length = selection.m_lengths[depth];
     const bool isLast = depth + 1 == selection.dimensions();
+    const std::size_t stagedBefore = builder.m_values.size();
     enterLevel(builder, length);
     for (Py_ssize_t i = 0; i < length; ++i)
     {
@@ -201,6 +202,10 @@ bool walkSelection(MDArrayBuilder<T>& builder, const Selection& selection, std::
                    : !walkSelection(builder, selection, depth + 1, address, read, isConstructor))
         {
             return false;
+        }
+        if (builder.m_values.size() == stagedBefore)
+        {
+            break; // without elements the other rows, however many, tell nothing new
         }
         address += selection.m_strides[depth];
     }
