@@ -310,7 +310,8 @@ bool importArrayModule()
 } // namespace
 } // namespace hillshade
 
-PyMODINIT_FUNC PyInit_hillshade()
+// Not PyMODINIT_FUNC: in Python 3.8 it leaves the visibility as the build sets it.
+extern "C" __attribute__((visibility("default"))) PyObject* PyInit_hillshade()
 {
     return hillshade::importArrayModule() ? PyModule_Create(&hillshade::moduleDefinition) : nullptr;
 }

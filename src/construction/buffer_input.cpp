@@ -131,7 +131,9 @@ bool readShape(MDArrayBuilder<T>& builder, const Py_buffer& buffer, std::uint64_
             }
             builder.m_initializerDims.push_back(static_cast<std::uint64_t>(buffer.shape[k]));
         }
-        builder.m_isColumnMajor = buffer.strides[0] / buffer.itemsize == 1;
+        // The request made it contiguous in one order or the other. The first stride
+        // alone doesn't tell which: that of a dimension of length 1 can be anything.
+        builder.m_isColumnMajor = PyBuffer_IsContiguous(&buffer, 'F') != 0;
     }
     return checkedProduct(builder.m_initializerDims) == count || fail(kUneven);
 }
