@@ -7,6 +7,10 @@ namespace vellum
 {
 PyObject* reduceArray(PyObject*, MDArrayView& view)
 {
+    if (!view.checkFits())
+    {
+        return nullptr;
+    }
     const PyRef options(PyDict_New());
     if (!options)
     {
