@@ -22,7 +22,8 @@ class Array
 public:
     /// An array without content: type 2, no dimensions, no elements.
     Array();
-    /// Takes over `impl`, which isn't null; it is destroyed on failure too.
+    /// Takes over `impl`, which isn't null; it is destroyed on failure too, unless
+    /// the library lacks the operation that destroys arrays.
     explicit Array(impl::ArrayImpl* impl);
     Array(const Array&) = default;
     Array(Array&& other) noexcept

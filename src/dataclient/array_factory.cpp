@@ -14,6 +14,7 @@ ArrayFactory::ArrayFactory()
 {
     auto* destroy = required<service::array_factory_destroy>();
     throw_if_error(required<service::array_factory_new>()(&m_impl), std::string());
+    throw_if_error(m_impl == nullptr ? detail::kOutOfMemoryCode : 0, std::string());
     m_owner = std::shared_ptr<impl::ArrayFactoryImpl>(m_impl, destroy);
 }
 

@@ -20,6 +20,9 @@ class ArrayFactory
 {
 public:
     ArrayFactory();
+    ArrayFactory(const ArrayFactory&) = delete;
+    ArrayFactory& operator=(const ArrayFactory&) = delete;
+    ~ArrayFactory() = default;
 
     /// Room for `count` elements, not cleared.
     template <class T>
