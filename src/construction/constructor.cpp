@@ -3,6 +3,7 @@
 #include "construction/buffer_input.h"
 #include "construction/dimensions.h"
 #include "construction/element_conversion.h"
+#include "construction/sequence_fetch.h"
 #include "construction/sequence_walk.h"
 #include "construction/staged_array.h"
 
@@ -76,13 +77,13 @@ data::Array createZeros(MDArrayBuilder<T>& builder)
 template <class T>
 bool convertVectorItem(PyObject* vector, Py_ssize_t position, T& element)
 {
-    const PyRef item(PySequence_GetItem(vector, position));
+    const PyRef item = fetchItem(vector, position);
     if (!item)
     {
         raise(PyExc_RuntimeError, "item " + std::to_string(position) + " could not be retrieved.");
         return false;
     }
-    if (PySequence_Check(item.get()))
+    if (isSequence(item.get()))
     {
         raise(PyExc_TypeError, "value of 'vector' must be an unnested sequence.");
         return false;

@@ -1,6 +1,7 @@
 #include "construction/sequence_walk.h"
 
 #include "construction/element_conversion.h"
+#include "construction/sequence_fetch.h"
 #include "module/array_object.h"
 
 #include <stdexcept>
@@ -40,12 +41,12 @@ struct Probe
 /// False if it can't be told.
 bool probeChild(PyObject* sequence, Py_ssize_t position, Py_ssize_t& childLength)
 {
-    const PyRef child(PySequence_GetItem(sequence, position));
+    const PyRef child = fetchItem(sequence, position);
     if (!child)
     {
         return fail(PyExc_RuntimeError, kNullData);
     }
-    if (!PySequence_Check(child.get()))
+    if (!isSequence(child.get()))
     {
         childLength = -1;
         return true;
@@ -139,7 +140,7 @@ bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstru
     enterLevel(builder, probe.m_length);
     for (Py_ssize_t i = 0; i < probe.m_length; ++i)
     {
-        const PyRef child(PySequence_GetItem(sequence, i));
+        const PyRef child = fetchItem(sequence, i);
         if (!walk(builder, child.get(), isConstructor))
         {
             return false;
@@ -149,21 +150,8 @@ bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstru
 }
 
 template <class T>
-bool stageReading(MDArrayBuilder<T>& builder, const ScalarReading& reading, bool isConstructor)
+bool stageElement(MDArrayBuilder<T>& builder, T element)
 {
-    ConvertedScalar<T> converted;
-    try
-    {
-        converted = judgeScalar<T>(reading, isConstructor);
-    }
-    catch (const std::runtime_error& error)
-    {
-        return fail(PyExc_RuntimeError, error.what());
-    }
-    if (!converted.m_hasValue)
-    {
-        return fail(converted.m_exceptionClass, converted.m_message.c_str());
-    }
     if (builder.m_scalarDepth == 0)
     {
         builder.m_scalarDepth = builder.m_depth;
@@ -172,13 +160,28 @@ bool stageReading(MDArrayBuilder<T>& builder, const ScalarReading& reading, bool
     {
         return fail(PyExc_ValueError, kNotRectangular);
     }
-    builder.m_values.push_back(converted.m_value);
+    builder.m_values.push_back(element);
     if (builder.m_initializerDims.empty())
     {
         builder.m_initializerDims = {1, 1};
     }
     return builder.m_isReserved ||
            builder.reserveValues(checkedProduct(builder.m_levelLengths).value_or(kUnrepresentable));
+}
+
+template <class T>
+bool stageReading(MDArrayBuilder<T>& builder, const ScalarReading& reading, bool isConstructor)
+{
+    try
+    {
+        const auto converted = judgeScalar<T>(reading, isConstructor);
+        return converted.m_hasValue ? stageElement(builder, converted.m_value)
+                                    : fail(converted.m_exceptionClass, converted.m_message.c_str());
+    }
+    catch (const std::runtime_error& error)
+    {
+        return fail(PyExc_RuntimeError, error.what());
+    }
 }
 
 /// An array of this module gives what its sequence interface would, read from its
@@ -231,8 +234,8 @@ bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
     {
         return walkArray(builder, *viewOf(value), isConstructor);
     }
-    return PySequence_Check(value) ? walkChildren(builder, value, isConstructor)
-                                   : stageReading(builder, readScalar(value), isConstructor);
+    return isSequence(value) ? walkChildren(builder, value, isConstructor)
+                             : stageReading(builder, readScalar(value), isConstructor);
 }
 
 } // namespace

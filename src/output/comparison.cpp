@@ -50,16 +50,27 @@ bool equalElements(Left left, Right right)
     }
 }
 
+/// Of two selections of one shape, not empty.
 template <class Left, class Right>
 bool equalElementwise(const Selection& left, const Selection& right)
 {
-    SelectionCursor cursor(right);
-    return forEachElement(left, [&](const char* address) {
-        const bool isEqual =
-            equalElements(loadElement<Left>(address), loadElement<Right>(cursor.address()));
-        cursor.advance();
-        return isEqual;
-    });
+    RowCursor leftRow(left);
+    RowCursor rightRow(right);
+    do
+    {
+        const char* leftAddress = leftRow.row();
+        const char* rightAddress = rightRow.row();
+        for (Py_ssize_t i = 0; i < leftRow.length(); ++i)
+        {
+            if (!equalElements(loadElement<Left>(leftAddress), loadElement<Right>(rightAddress)))
+            {
+                return false;
+            }
+            leftAddress += leftRow.stride();
+            rightAddress += rightRow.stride();
+        }
+    } while (leftRow.next() && rightRow.next());
+    return true;
 }
 
 /// What walking two selections in step finds out before it meets an element.

@@ -87,8 +87,8 @@ private:
     std::uint64_t m_reshapesSeen = 0;
 };
 
-/// What a view selects, as a strided region of the record's dense block: no
-/// items, no record needed to walk it.
+/// What a view selects, as a strided region of the record's dense block, with at
+/// least one dimension: no items, no record needed to walk it.
 struct Selection
 {
     const char* m_base = nullptr;      ///< address of the first selected element
@@ -103,6 +103,44 @@ struct Selection
 /// Null with a Python error if the view doesn't fit its record.
 std::optional<Selection> selectionOf(const MDArrayView& view);
 
+/// Walks the rows of a selection, a row being the elements along its last
+/// dimension; the last but one is fastest. The selection isn't empty and has at
+/// least one dimension.
+class RowCursor
+{
+public:
+    explicit RowCursor(const Selection& selection)
+        : m_selection(selection), m_position(selection.dimensions() - 1, 0), m_row(selection.m_base)
+    {
+    }
+
+    /// The address of the row's first element.
+    const char* row() const { return m_row; }
+    Py_ssize_t length() const { return m_selection.m_lengths.back(); }
+    Py_ssize_t stride() const { return m_selection.m_strides.back(); }
+
+    /// False behind the last row.
+    bool next()
+    {
+        for (std::size_t k = m_position.size(); k-- > 0;)
+        {
+            m_row += m_selection.m_strides[k];
+            if (++m_position[k] < m_selection.m_lengths[k])
+            {
+                return true;
+            }
+            m_row -= m_selection.m_lengths[k] * m_selection.m_strides[k];
+            m_position[k] = 0;
+        }
+        return false;
+    }
+
+private:
+    const Selection& m_selection;
+    std::vector<Py_ssize_t> m_position;
+    const char* m_row;
+};
+
 /// Calls `visit(address)` for every element of a selection, last dimension
 /// fastest, until it returns false. False if it did.
 template <class Visit>
@@ -112,73 +150,21 @@ bool forEachElement(const Selection& selection, Visit&& visit)
     {
         return true;
     }
-    if (selection.dimensions() == 0)
+    RowCursor cursor(selection);
+    do
     {
-        return visit(selection.m_base);
-    }
-    const std::size_t last = selection.dimensions() - 1;
-    std::vector<Py_ssize_t> position(selection.dimensions(), 0);
-    const char* row = selection.m_base;
-    while (true)
-    {
-        const char* address = row;
-        for (Py_ssize_t i = 0; i < selection.m_lengths[last]; ++i)
+        const char* address = cursor.row();
+        for (Py_ssize_t i = 0; i < cursor.length(); ++i)
         {
             if (!visit(address))
             {
                 return false;
             }
-            address += selection.m_strides[last];
+            address += cursor.stride();
         }
-        std::size_t k = last;
-        do
-        {
-            if (k == 0)
-            {
-                return true;
-            }
-            --k;
-            row += selection.m_strides[k];
-            if (++position[k] < selection.m_lengths[k])
-            {
-                break;
-            }
-            row -= selection.m_lengths[k] * selection.m_strides[k];
-            position[k] = 0;
-        } while (true);
-    }
+    } while (cursor.next());
+    return true;
 }
-
-/// Walks the elements of a selection that isn't empty, last dimension fastest.
-class SelectionCursor
-{
-public:
-    explicit SelectionCursor(const Selection& selection)
-        : m_selection(selection), m_position(selection.dimensions(), 0), m_address(selection.m_base)
-    {
-    }
-    const char* address() const { return m_address; }
-
-    /// Behind the last element it is at the first again.
-    void advance()
-    {
-        for (std::size_t k = m_position.size(); k-- > 0;)
-        {
-            m_address += m_selection.m_strides[k];
-            if (++m_position[k] < m_selection.m_lengths[k])
-            {
-                return;
-            }
-            m_address -= m_selection.m_lengths[k] * m_selection.m_strides[k];
-            m_position[k] = 0;
-        }
-    }
-
-private:
-    const Selection& m_selection;
-    std::vector<Py_ssize_t> m_position;
-    const char* m_address;
-};
 
 /// Diagnostic text, one field a line.
 std::ostream& operator<<(std::ostream& stream, const MDArrayView& view);

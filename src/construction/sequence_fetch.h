@@ -1,0 +1,34 @@
+/// Fetching from foreign sequences: exact lists and tuples are read directly,
+/// everything else through the sequence protocol. What comes out is the same.
+#pragma once
+
+#include "module/python_ref.h"
+
+namespace vellum
+{
+inline bool isSequence(PyObject* object)
+{
+    return !PyFloat_CheckExact(object) && !PyLong_CheckExact(object) && PySequence_Check(object);
+}
+
+/// Item `position`, 0 or above; empty if it can't be fetched. A list may have
+/// shrunk since its length was read. A Python error may stand or not: the caller
+/// raises its own.
+inline PyRef fetchItem(PyObject* sequence, Py_ssize_t position)
+{
+    if (PyList_CheckExact(sequence))
+    {
+        return position < PyList_GET_SIZE(sequence)
+                   ? PyRef::fromBorrowed(PyList_GET_ITEM(sequence, position))
+                   : PyRef();
+    }
+    if (PyTuple_CheckExact(sequence))
+    {
+        return position < PyTuple_GET_SIZE(sequence)
+                   ? PyRef::fromBorrowed(PyTuple_GET_ITEM(sequence, position))
+                   : PyRef();
+    }
+    return PyRef(PySequence_GetItem(sequence, position));
+}
+
+} // namespace vellum
