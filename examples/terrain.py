@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A walk through real terrain with the array classes.
+"""A walk through real terrain with the array classes, to a picture of it.
 
 The elevation grid is the one that matplotlib's sample data carries: heights in
 metres, 344 rows from north to south by 403 columns from west to east, three
@@ -9,19 +9,32 @@ build.
 
 import argparse
 import contextlib
+import copy
 import importlib.util
 import math
+import pickle
+import signal
 import sys
 import time
 from pathlib import Path
 
 import numpy
 
+import hillshade
+import terrain_picture
 import vellum
 
+ROOT = Path(__file__).resolve().parent.parent
 GRID_FILE = "jacksboro_fault_dem.npz"
 METRES_PER_DEGREE = 111_320.0  # of latitude; of longitude at the equator
 TONES = " .:-=+*#%@"
+
+# Azimuth of a light, and its part in the whole. Most comes from the north-west;
+# the others keep ridges readable that run along its rays.
+LIGHTS = [(315, 0.6), (270, 0.2), (360, 0.2)]
+LIGHT_ALTITUDE = 45
+EXAGGERATION = 1.8  # of the heights, for the light only
+PIXELS_PER_ROW = 3
 
 
 # --- What is printed ----------------------------------------------------------
@@ -74,7 +87,9 @@ class Place:
     """Where the rows and columns of the grid lie."""
 
     def __init__(self, grid):
+        # Latitudes fall from `ymin`, the first row's, to `ymax`.
         self.north, self.west = float(grid["ymin"]), float(grid["xmin"])
+        self.corner = float(grid["ymax"]), float(grid["xmax"])
         self.step = float(grid["dy"])
         shrink = math.cos(math.radians(self.north))
         self.row_metres = self.step * METRES_PER_DEGREE
@@ -103,25 +118,39 @@ def gradient(elevation, place):
     return eastward - 1j * southward
 
 
-def build_arrays(elevation, place):
-    """The same terrain as arrays of several classes, by several roads."""
+def load_heights(elevation):
+    """The heights as a vellum.int16, brought there by four roads."""
+    by_columns = numpy.asfortranarray(elevation)
     rows = elevation.tolist()
-    size = elevation.shape
     # `vector` is read first dimension fastest, as the arrays are stored.
+    vector = by_columns.ravel(order="F").tolist()
+    with timed("vellum.int16(grid)                    a numpy buffer, C order"):
+        height = vellum.int16(elevation)
+    with timed("vellum.int16(asfortranarray(grid))    a buffer, Fortran order"):
+        others = [vellum.int16(by_columns)]
+    with timed("vellum.int16(rows)                    nested lists"):
+        others.append(vellum.int16(rows))
+    with timed("vellum.int16(vector=..., size=...)    a flat list"):
+        others.append(vellum.int16(vector=vector, size=elevation.shape))
+    with timed("three comparisons with the first by =="):
+        equal = [other == height for other in others]
+    print(f"  The others equal the first: {equal}\n")
+    return height
+
+
+def build_arrays(height, elevation, place):
+    """The same terrain as arrays of several classes."""
+    size = elevation.shape
     columns = elevation.ravel(order="F")
-    arrays = {}
-    with timed("vellum.int16(rows)                    heights in m"):
-        arrays["height"] = vellum.int16(rows)
-    with timed("vellum.double(vector=..., size=...)   the same, from a flat list"):
+    arrays = {"height": height}
+    with timed("vellum.double(vector=..., size=...)   the same heights"):
         arrays["exact"] = vellum.double(vector=columns.tolist(), size=size)
-    with timed("vellum.single(vector=..., size=...)   heights in feet"):
-        arrays["feet"] = vellum.single(vector=(columns / 0.3048).tolist(), size=size)
+    with timed("vellum.single(grid)                   heights in feet"):
+        arrays["feet"] = vellum.single((elevation / 0.3048).astype(numpy.float32))
     with timed("vellum.logical(rows)                  above 800 m?"):
         arrays["high"] = vellum.logical((elevation > 800).tolist())
     with timed("vellum.single(rows, is_complex=True)  slopes east + north i"):
         arrays["slope"] = vellum.single(gradient(elevation, place).tolist(), is_complex=True)
-    with timed("vellum.uint16(size=...)               zeros of the same size"):
-        arrays["blank"] = vellum.uint16(size=size)
     return arrays
 
 
@@ -173,7 +202,7 @@ def draw_map(heights, row_step, column_step, summit):
     return ["".join(line) for line in lines]
 
 
-def draw_profile(heights, place, lines=12):
+def draw_profile(heights, lines=7):
     """A row of heights as a chart; `heights` is a one-dimensional part."""
     values = [heights[i] for i in range(len(heights))]
     low, high = min(values), max(values)
@@ -189,12 +218,100 @@ def slope_degrees(gradients, row, column):
     return math.degrees(math.atan(abs(gradients[row][column])))
 
 
+# --- Copies, pickles, shapes --------------------------------------------------
+
+
+def show_buffer(heights):
+    view = memoryview(heights)
+    print(
+        f"  memoryview(height): shape {view.shape}, strides {view.strides}, format {view.format!r}"
+    )
+    with timed("numpy.asarray(height), the elements where they are"):
+        array = numpy.asarray(heights)
+    print(f"  numpy finds {array.min()} to {array.max()} m, {array.mean():.1f} m on average")
+
+
+def show_copies(heights, summit):
+    with timed("height.clone()"):
+        twin = heights.clone()
+    with timed("copy.deepcopy(height)"):
+        deep = copy.deepcopy(heights)
+    with timed("pickle.dumps(height)"):
+        pickled = pickle.dumps(heights)
+    with timed(f"pickle.loads of {len(pickled):,} bytes"):
+        restored = pickle.loads(pickled)
+    print(f"  Each equals the original: {[other == heights for other in (twin, deep, restored)]}")
+    r, c, top = summit
+    twin[r][c] = top + 1
+    print(f"  With {twin[r][c]} m on the clone: {twin == heights}; height keeps {heights[r][c]}")
+
+
+def show_reshape(heights, summit):
+    rows, columns = heights.size
+    r, c, _ = summit
+    line = heights.clone()
+    before = memoryview(line)
+    with timed(f"reshape({rows * columns}, 1) of a clone, in place"):
+        line.reshape(rows * columns, 1)
+    position = r + c * rows
+    print(f"  Columns lie end to end: line[{r} + {c} * {rows}][0] is {line[position][0]}")
+    print(f"  A memoryview from before still has {before.shape}, and there {before[r, c]}")
+    line.reshape(rows, columns)
+    print(f"  reshape{rows, columns} brings the original back: {line == heights}")
+
+
+# --- The picture --------------------------------------------------------------
+
+
+def enlarge(elevation, place):
+    """The heights as floats, smoothly enlarged to square cells, and a cell's side
+    in metres."""
+    metres = place.row_metres / PIXELS_PER_ROW
+    rows, columns = elevation.shape
+    size = round(columns * place.column_metres / metres), rows * PIXELS_PER_ROW
+    return terrain_picture.enlarge(elevation, size), metres
+
+
+def shade(heights, cell_size):
+    """How bright each cell is, 1 where it is level: native code, a light at a time."""
+    light = numpy.zeros(heights.size)
+    for azimuth, part in LIGHTS:
+        relief = hillshade.shade(
+            heights, azimuth, LIGHT_ALTITUDE, z_factor=EXAGGERATION, cell_size=cell_size
+        )
+        light += part * numpy.asarray(memoryview(relief))
+    return light / (255 * math.sin(math.radians(LIGHT_ALTITUDE)))
+
+
+def make_picture(elevation, place, summit, fonts):
+    with timed("heights enlarged, vellum.single of them"):
+        fine, metres = enlarge(elevation, place)
+        heights = vellum.single(fine)
+    with timed(f"hillshade.shade: {len(LIGHTS)} lights on {fine.size:,} cells of {metres:.0f} m"):
+        light = shade(heights, metres)
+    with timed("tint by height, lakes, light and shadow"):
+        relief = terrain_picture.relief(fine, light, terrain_picture.find_lakes(elevation))
+    row, column, top = summit
+    peak = ((column + 0.5) / elevation.shape[1], (row + 0.5) / elevation.shape[0], f"{top} m")
+    with timed("frame and legend"):
+        return terrain_picture.Sheet(relief, metres, fonts).finish(place, peak)
+
+
 # --- The walk -----------------------------------------------------------------
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
-    parser.parse_args()
+    parser.add_argument(
+        "-o",
+        "--output",
+        type=Path,
+        default=ROOT / "build" / "terrain.png",
+        help="the picture (default: build/terrain.png in the repository)",
+    )
+    output = parser.parse_args().output.resolve()
+    # A reader that has seen enough (`| head`) ends this quietly.
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     start = time.perf_counter()
 
     heading("The grid")
@@ -209,10 +326,11 @@ def main():
         f"{place.row_metres * (rows - 1) / 1000:.1f} km from north to south"
     )
 
-    heading("Arrays of several kinds")
-    arrays = build_arrays(elevation, place)
+    heading("Four roads into one array, and arrays of other kinds")
+    height = load_heights(elevation)
+    arrays = build_arrays(height, elevation, place)
     show_arrays(arrays)
-    height, feet, slope = arrays["height"], arrays["feet"], arrays["slope"]
+    feet, slope = arrays["feet"], arrays["slope"]
 
     heading("Element by element")
     with timed(f"heights by rows against heights by columns, {rows * columns:,} pairs"):
@@ -225,28 +343,41 @@ def main():
     print(f"  high[{r}][{c}] is {arrays['high'][r][c]}")
 
     heading("Slices")
-    around = height[max(r - 2, 0) : r + 3]
-    print(f"  Around the summit: height[{max(r - 2, 0)}:{r + 3}] has the size {around.size}")
+    around = height[max(r - 1, 0) : r + 2]
+    print(f"  Around the summit: height[{max(r - 1, 0)}:{r + 2}] has the size {around.size}")
     for i in range(len(around)):
         print(f"    {around[i][max(c - 3, 0) : c + 4]}")
     print(f"  Its middle as Python writes it: {height[r][max(c - 2, 0) : c + 3]!r}")
     print(f"  Every 100th of the last row, from the east: {height[-1][::-100]}")
     steepest = max(
-        ((slope_degrees(slope, i, k), i, k) for i in range(0, rows, 4) for k in range(0, columns, 4))
+        (slope_degrees(slope, i, k), i, k) for i in range(0, rows, 4) for k in range(0, columns, 4)
     )
     print(
         f"  Steepest of every fourth: {steepest[0]:.0f} degrees at {place(*steepest[1:])}, "
         f"slope {slope[steepest[1]][steepest[2]]:.2f}"
     )
 
-    heading("The map: every 10th row, every 5th column, A the summit")
-    with timed("height[::10], then [::5] of each row"):
-        lines = draw_map(height, 10, 5, summit)
+    heading("The map: every 18th row, every 10th column, A the summit")
+    with timed("height[::18], then [::10] of each row"):
+        lines = draw_map(height, 18, 10, summit)
     for line in lines:
         print(f"  {line}")
 
     heading(f"West to east through the summit: height[{r}][::6]")
-    draw_profile(height[r][::6], place)
+    draw_profile(height[r][::6])
+
+    heading("Copies, pickles, shapes")
+    show_buffer(height)
+    show_copies(height, summit)
+    show_reshape(height, summit)
+
+    heading("The picture")
+    picture = make_picture(elevation, place, summit, path.parents[1] / "fonts" / "ttf")
+    output.parent.mkdir(parents=True, exist_ok=True)
+    with timed(f"PNG of {picture.width} by {picture.height} pixels"):
+        picture.save(output, format="PNG")
+    shown = output.relative_to(ROOT) if ROOT in output.parents else output
+    print(f"  {shown}, {output.stat().st_size:,} bytes")
 
     print(f"\nAll of it took {time.perf_counter() - start:.1f} s.")
 
