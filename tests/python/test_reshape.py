@@ -1,16 +1,15 @@
 """Reshape: its rules, live exports, and what outlives it."""
 
+import copy
 import math
-import re
+import pickle
 
 import _testbuffer
 import numpy
 import pytest
 import vellum
-from hypothesis import given, strategies as st
 
 NOT_DIMENSIONS = "reshape() must be passed a nonempty sequence of nonnegative integers."
-dims = st.lists(st.integers(1, 4), min_size=2, max_size=5)
 
 
 def nested(part):
@@ -19,20 +18,6 @@ def nested(part):
 
 def counted(*shape):
     return vellum.int16(numpy.arange(math.prod(shape)).reshape(shape).tolist())
-
-
-@given(dims, st.randoms(use_true_random=False))
-def test_values_keep_their_place_in_storage(shape, random):
-    array = vellum.int16(vector=list(range(math.prod(shape))), size=shape)
-    expected = numpy.arange(math.prod(shape)).reshape(shape, order="F")
-    for _ in range(3):
-        new = random.sample(shape, len(shape)) + [1, 1]
-        assert array.reshape(*new) is array
-        while len(new) > 2 and new[-1] == 1:
-            new.pop()
-        expected = expected.reshape(new, order="F")
-        assert array.size == tuple(new) and nested(array) == expected.tolist()
-        assert memoryview(array).shape == tuple(new) and nested(array.clone()) == nested(array)
 
 
 class Hostile(list):
@@ -45,12 +30,9 @@ class Hostile(list):
         (), (6,), ([6],), (None,), ("23",), (-1, 6), (2.0, 3), (2, 2**63), (Hostile([6]),)]],
     ((Hostile([2, 3]),), RuntimeError,
      "Item 0 could not be retrieved from the value passed to reshape()."),
-    ((2, 2), vellum.ShapeError, "number of elements specified by arguments to reshape() (4) "
-                                "does not match current number (6)."),
-    ((2**62, 4), vellum.ShapeError, "number of elements specified by arguments to reshape() "
-                                    "(18446744073709551615) does not match current number (6)."),
-    ((2**62, 2**62, 0), vellum.ShapeError, "number of elements specified by arguments to "
-                                           "reshape() (0) does not match current number (6)."),
+    *[(dims, vellum.ShapeError, "number of elements specified by arguments to reshape() "
+       f"({product}) does not match current number (6).")
+      for dims, product in (((2, 2), 4), ((2**62, 4), 2**64 - 1), ((2**62, 2**62, 0), 0))],
 ])
 def test_refused_dimensions_change_nothing(arguments, error, text):
     array = counted(2, 3)
@@ -58,19 +40,19 @@ def test_refused_dimensions_change_nothing(arguments, error, text):
         with pytest.raises(error) as caught:
             array.reshape(*arguments, **keywords)
         assert str(caught.value) == text
-    with pytest.raises(ValueError, match=re.escape("reshape() does not accept keyword arguments.")):
+    with pytest.raises(ValueError, match=r"^reshape\(\) does not accept keyword arguments\.$"):
         array.reshape(3, 2, order=1)
     assert nested(array) == [[0, 1, 2], [3, 4, 5]]
 
 
 def test_accepted_forms_and_partial_arrays():
     array = counted(2, 3)
-    assert array.reshape(True, 6).size == (1, 6) and array.reshape([6, 1, 1]).size == (6, 1)
-    assert array.reshape(1, 1, 6).size == (1, 1, 6) and array[0:1].reshape(2, 3).size == (1, 3)
-    assert array.size == (2, 3)
+    assert array.reshape(True, 6) is array and memoryview(array).tolist() == [[0, 3, 1, 4, 2, 5]]
+    assert array.reshape([6, 1, 1]).size == (6, 1) and array.reshape(1, 1, 6).size == (1, 1, 6)
+    assert array[0:1].reshape((3, 2)).size == (1, 2) and nested(array) == [[0, 4], [3, 2], [1, 5]]
     assert vellum.double(size=(0, 3)).reshape(2, 0, 5).size == (2, 0, 5)
     for part in (array[0], array[0][1:], array.noncomplex()):
-        with pytest.raises(RuntimeError, match="^reshape\\(\\) not supported for a partial array"):
+        with pytest.raises(RuntimeError, match="^reshape.. not supported for a partial array.$"):
             part.reshape(1, 6)
 
 
@@ -78,19 +60,16 @@ def test_exports_keep_their_shape_and_see_the_values():
     array = counted(2, 6)
     # Memoryviews copy the shape; this one reads the exporter's own.
     raw = _testbuffer.ndarray(array, getbuf=_testbuffer.PyBUF_FULL_RO)
-    assert array.reshape(3, 4).reshape(2, 6).size == raw.shape
-    array.reshape(4, 3)
-    assert (raw.shape, raw.strides) == ((2, 6), (2, 4))
-    array.reshape(2, 6)
     exports = []
-    for shape in [(3, 4), (12, 1), (2, 2, 3), (2, 6)]:
+    for shape in [(3, 4), (12, 1), (2, 6), (2, 2, 3), (4, 3)]:
         exports.append((memoryview(array), array.size, numpy.asarray(array).strides))
         array.reshape(*shape)
-    array[1][5] = -7
+    array[3][2] = -7
+    assert (raw.shape, raw.strides) == ((2, 6), (2, 4))
     for view, shape, strides in exports:
         assert (view.shape, view.strides) == (shape, strides)
         assert view.tobytes("F") == array.tomemoryview().tobytes("F")
-    assert exports[0][0][1, 5] == -7
+    assert exports[0][0][1, 5] == raw.tolist()[1][5] == -7
 
 
 # Every operation on the selected part, and what reads it as a sequence.
@@ -99,7 +78,8 @@ OPERATIONS = [
     lambda part: part[0:1], lambda part: part.__setitem__(0, 1),
     lambda part: part.__setitem__(slice(0, 1), 1), lambda part: part.__delitem__(0),
     lambda part: 1 in part, lambda part: part == counted(4, 3), lambda part: counted(4, 3) != part,
-    vellum.int16.clone, vellum.int16.toarray, lambda part: vellum.int16([part]),
+    vellum.int16.clone, vellum.int16.toarray, vellum.int16.__reduce__, copy.copy, copy.deepcopy,
+    pickle.dumps, lambda part: vellum.int16([part]),
     lambda part: counted(4, 3).__setitem__(slice(0, 4), part),
 ]
 STALE = [
@@ -130,21 +110,10 @@ def test_a_part_that_no_longer_fits_is_refused(shape, select, new, error, text):
     assert part == clone and part.clone() == clone
 
 
-def test_a_part_that_still_fits_reads_the_new_shape():
-    array = counted(4, 3)
-    row, rows, clone = array[1], array[0:2], array[1].clone()
-    array.reshape(2, 3, 2)
-    assert row.size == (3, 2) and nested(row) == nested(array[1]) and nested(rows) == nested(array)
-    assert nested(row.clone()) == nested(row) and clone.size == (3,)
-    row[2][1] = 99
-    assert array[1][2][1] == 99 and rows.__reduce__()[1][1] == nested(array)
-
-
 @pytest.mark.parametrize("shape, select, new, text", [
     ((4, 3), lambda array: array, (2, 6), "index has an invalid value: 2"),
     ((4, 3), lambda array: array[::-1], (1, 12), "index has an invalid value: 1"),
     ((3, 4), lambda array: array[0], (6, 2), "index has an invalid value: 2"),
-    ((3, 2, 4), lambda array: array, (3, 8), None),
     ((4, 2, 3), lambda array: array[2][:], (2, 12), "too many indices."),
 ])
 def test_an_iterator_meets_the_new_shape_at_its_next_step(shape, select, new, text):
@@ -153,9 +122,6 @@ def test_an_iterator_meets_the_new_shape_at_its_next_step(shape, select, new, te
     for _ in range(min(2, len(select(array)) - 1)):
         next(iterator)
     array.reshape(*new)
-    if text is None:
-        assert nested(next(iterator)) == nested(array[2])
-        return
     with pytest.raises((IndexError, RuntimeError)) as caught:
         next(iterator)
     assert str(caught.value) == text
