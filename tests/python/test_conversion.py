@@ -70,6 +70,8 @@ values = integers | floats | st.builds(complex, floats, floats) | integers.map(W
 @each_combination
 @given(value=values | st.booleans() | st.sampled_from([numpy.float64(1.9), numpy.complex128(2j)]))
 @example(value=-(2.0**63))
+@example(value=2**24 + 1)  # halfway between two singles
+@example(value=2**60 + 2**36 + 1)  # no longer halfway, though its double is
 @example(value=2.0**64 - 2048)
 @example(value=math.nan)
 @example(value=complex(1.9, -math.nan))
