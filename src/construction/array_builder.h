@@ -14,7 +14,7 @@ namespace vellum
 {
 using Dimensions = std::vector<std::uint64_t>;
 
-/// The part of the record that doesn't depend on the element type. `bool`
+/// What doesn't depend on the element type. `bool`
 /// results: false means that a Python error is set.
 struct BuilderDimensions
 {

@@ -190,7 +190,7 @@ ConvertedScalar<T> judgeFloating(const ScalarReading& reading)
     return refuseNonNumber<T>(reading.m_object);
 }
 
-/// The parts that a complex integer kind takes from a float or a complex number.
+/// What a complex integer kind takes from a float or a complex number.
 template <class T>
 ConvertedScalar<T> judgeParts(double real, double imaginary)
 {

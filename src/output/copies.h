@@ -14,7 +14,7 @@ std::optional<data::Array> indexedArray(MDArrayView& view, bool expandVector);
 /// `clone()`: an independent array of the selected part.
 PyObject* cloneArray(PyObject* self, MDArrayView& view);
 
-/// `real()`, `imag()`, `noncomplex()`: the parts of all elements of the record,
+/// `real()`, `imag()`, `noncomplex()`: one part of every element of the record,
 /// whatever the view selects, in storage order. The result is a new array with a
 /// record of shape (1, N) that stands at row 0, so Python sees N elements.
 PyObject* realPart(PyObject* self, MDArrayView& view);
