@@ -1,24 +1,22 @@
-/// A data-array service for tests of the client, in the test program itself. It
-/// keeps real elements; beyond that it does what the script says, and keeps
-/// account of what it was asked and of everything that it has made.
+/// The data-array service with a script in between: the test program answers
+/// for the library, passes on what the script lets through, and keeps account
+/// of what was asked and of everything that was made.
 #pragma once
 
 #include "service/service_interface.h"
 
 #include <map>
+#include <optional>
 #include <set>
-#include <vector>
 
-namespace scripted
-{
 struct Script
 {
     std::set<int> hidden; ///< indices that the library lacks
     /// What an operation answers instead of doing its work. One without a code
     /// gives null, or leaves its out value alone.
     std::map<int, vellum::data::service::Code> codes;
-    bool convertible = true; ///< the answer for equal types
-    bool (*copiesOnUnshare)(bool soleOwner) = [](bool soleOwner) { return !soleOwner; };
+    std::optional<vellum::data::ArrayTypeCode> type; ///< that every array reports
+    bool convertible = true;                         ///< the answer for equal types
 
     std::map<int, int> lookups; ///< of each index
     std::set<int> called;
@@ -28,8 +26,3 @@ struct Script
     int badFrees = 0;                           ///< of what isn't live, or no longer
 };
 Script& script();
-
-/// One element, all bytes 0. `type` may be any number.
-vellum::data::service::ArrayImpl* makeArray(vellum::data::ArrayTypeCode type);
-
-} // namespace scripted
