@@ -118,6 +118,9 @@ PyObject* createModule()
         return nullptr;
     }
     addClasses(module.get());
+    // The same for an error of the classes: the exceptions couldn't be made while
+    // it stands.
+    const SavedError pendingOfClasses;
     addException(module.get(), "ShapeError", "vellumexceptions.ShapeError", theShapeError);
     addException(module.get(), "SizeError", "vellumexceptions.SizeError", theSizeError);
     const PyRef capsule(PyCapsule_New(&capsuleTable, kCapsuleName, nullptr));
