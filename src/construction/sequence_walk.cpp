@@ -218,7 +218,7 @@ bool walkSelection(MDArrayBuilder<T>& builder, const Selection& selection, std::
 template <class T>
 bool walkArray(MDArrayBuilder<T>& builder, const MDArrayView& view, bool isConstructor)
 {
-    const auto selection = selectionOf(view);
+    const auto selection = view.checkHasDimension() ? selectionOf(view) : std::nullopt;
     return selection && walkSelection(builder, *selection, 0, selection->m_base,
                                       elementReader(view.m_sharedMDA->m_arrayType), isConstructor);
 }

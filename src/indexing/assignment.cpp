@@ -255,7 +255,7 @@ int assignAtSlice(const Target& target, PyObject* key, PyObject* value)
 template <SupportedArrayEnum kind>
 int assignSubscript(PyObject*, MDArrayView& view, PyObject* key, PyObject* value)
 {
-    if (!view.checkFits())
+    if (!view.checkHasDimension())
     {
         return kFailed;
     }

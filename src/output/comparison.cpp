@@ -83,6 +83,15 @@ enum class ShapeResult
 
 ShapeResult compareShapes(const Selection& left, const Selection& right)
 {
+    if (left.dimensions() == 0 || right.dimensions() == 0)
+    {
+        // Without dimensions there is nothing to step to, as in an array of no rows.
+        const auto endsAtOnce = [](const Selection& selection) {
+            return selection.dimensions() == 0 || selection.m_lengths[0] == 0;
+        };
+        return endsAtOnce(left) && endsAtOnce(right) ? ShapeResult::EqualAsEmpty
+                                                     : ShapeResult::Differ;
+    }
     for (std::size_t k = 0;; ++k)
     {
         if (k == left.dimensions() || k == right.dimensions())

@@ -43,7 +43,11 @@ bool stageSelection(const Selection& selection, MDArrayBuilder<T>& builder)
 std::vector<Py_ssize_t> selectedDims(const MDArrayWrapper& record, const Selection& selection,
                                      bool expandVector)
 {
-    std::vector<Py_ssize_t> dims = record.m_numElems == 0 ? record.m_shape : selection.m_lengths;
+    if (record.m_numElems == 0)
+    {
+        return record.m_shape;
+    }
+    std::vector<Py_ssize_t> dims = selection.m_lengths;
     if (expandVector && dims.size() == 1)
     {
         dims.insert(dims.begin(), 1);

@@ -70,9 +70,11 @@ ArrayFacts readFacts(const data::Array& array, char order)
     {
         throw AllocationError(request);
     }
-    // An array without dimensions, which only native code can make, is empty.
-    const auto expected = facts.m_shape.empty() ? 0 : checkedProduct(facts.m_shape);
-    if (expected != std::uint64_t(count))
+    // Without dimensions, which only native code can make, a service may count no
+    // element or one.
+    const bool isCounted =
+        facts.m_shape.empty() ? count <= 1 : checkedProduct(facts.m_shape) == std::uint64_t(count);
+    if (!isCounted)
     {
         throw std::runtime_error("array dimensions do not match its number of elements.");
     }
@@ -148,9 +150,6 @@ void MDArrayWrapper::refreshFromArray()
     m_numElems = facts.m_numElems;
     m_bufferSizeInBytes = facts.m_byteCount;
     std::free(std::exchange(m_buf, block.release()));
-    // A fresh view counts no reshape. On an array without dimensions, which only
-    // native code can make, no view fits: counting one makes every view check.
-    m_reshapes = m_nDim == 0 ? 1 : m_reshapes;
 }
 
 void MDArrayWrapper::copyArrayToBuffer(void* destination, std::size_t byteCount) const

@@ -57,9 +57,23 @@ bool MDArrayView::checkFitsReshaped() const
     return true;
 }
 
-Py_ssize_t MDArrayView::currentLength() const
+bool MDArrayView::checkHasDimension() const
 {
     if (!checkFits())
+    {
+        return false;
+    }
+    if (nextDimension() >= m_sharedMDA->m_shape.size())
+    {
+        raise(PyExc_RuntimeError, kTooManyIndices);
+        return false;
+    }
+    return true;
+}
+
+Py_ssize_t MDArrayView::currentLength() const
+{
+    if (!checkHasDimension())
     {
         return -1;
     }
@@ -112,7 +126,7 @@ void MDArrayView::appendSliceItem(const SliceIndexItem& item)
 
 bool Selection::isEmpty() const
 {
-    return std::find(m_lengths.begin(), m_lengths.end(), 0) != m_lengths.end();
+    return m_lengths.empty() || std::find(m_lengths.begin(), m_lengths.end(), 0) != m_lengths.end();
 }
 
 std::size_t Selection::count() const

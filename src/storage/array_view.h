@@ -41,6 +41,10 @@ public:
         return m_reshapesSeen == m_sharedMDA->m_reshapes || checkFitsReshaped();
     }
 
+    /// The same, and that the next index has a dimension to apply to. It lacks one
+    /// on an array without dimensions, which only native code can make.
+    bool checkHasDimension() const;
+
     /// The length that Python sees, in elements of the next dimension.
     Py_ssize_t currentLength() const;
 
@@ -87,8 +91,8 @@ private:
     std::uint64_t m_reshapesSeen = 0;
 };
 
-/// What a view selects, as a strided region of the record's dense block, with at
-/// least one dimension: no items, no record needed to walk it.
+/// What a view selects, as a strided region of the record's dense block: no items,
+/// no record needed to walk it. Without dimensions it counts as empty.
 struct Selection
 {
     const char* m_base = nullptr;      ///< address of the first selected element
@@ -104,8 +108,7 @@ struct Selection
 std::optional<Selection> selectionOf(const MDArrayView& view);
 
 /// Walks the rows of a selection, a row being the elements along its last
-/// dimension; the last but one is fastest. The selection isn't empty and has at
-/// least one dimension.
+/// dimension; the last but one is fastest. The selection isn't empty.
 class RowCursor
 {
 public:
