@@ -232,7 +232,9 @@ bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
     }
     if (isArrayObject(value))
     {
-        return walkArray(builder, *viewOf(value), isConstructor);
+        const MDArrayView* view = viewOf(value);
+        return view != nullptr ? walkArray(builder, *view, isConstructor)
+                               : fail(PyExc_RuntimeError, kNotInitialized);
     }
     return isSequence(value) ? walkChildren(builder, value, isConstructor)
                              : stageReading(builder, readScalar(value), isConstructor);

@@ -56,6 +56,7 @@ def test_types_without_a_class_and_null_pointers_are_refused():
         ("null data pointer.", lambda: wrap_array(None)),
         ("object not initialized.", lambda: unwrap_array(None)),
         ("object not initialized.", lambda: unwrap_array(id(blank))),
+        ("object not initialized.", lambda: vellum.double([blank])),
     ]:
         with pytest.raises(RuntimeError) as caught:
             call()
