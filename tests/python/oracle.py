@@ -426,8 +426,9 @@ class Array:
         """The selected elements as a record; kept, whoever asked, until the next change."""
         if self._kept[0] != self._record.version:
             values = Walk(self.nested(), self.kind, self._is_complex).values
-            dims = list(self.size if self._record.values else self._record.dims)
-            dims = [1, *dims] if expand_vector and len(dims) == 1 and values else dims
+            dims = list(self._record.dims)
+            if self._record.values:
+                dims = [1, *self.size][0 if expand_vector and len(self.size) == 1 else 1 :]
             kept = from_rows(self.kind, self._is_complex, dims, values)
             self._kept = self._record.version, kept
         return self._kept[1]
