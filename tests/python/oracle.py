@@ -209,6 +209,8 @@ def construct(kind, args, options):
 
 
 def from_vector(kind, is_complex, vector, size):
+    if not is_sequence(vector):
+        raise ValueError("value of 'vector' must be a sequence.")
     dims, values = [len(vector)] if size else [1, len(vector)], []
     hold_against(size, dims)
     for i in range(dims[-1]):
