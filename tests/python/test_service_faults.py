@@ -23,9 +23,9 @@ import vellummultidimarrayforpython as module
 
 UNSHARE = 55
 CREATES_FROM_BUFFER = {11, 110}
-GIVES_AN_OBJECT = {49, 57, 58, 114, 115, UNSHARE}  # and no code
+GIVES_AN_OBJECT = {49, 57, 58, 72, 114, 115, UNSHARE}  # and no code
 CAN_BE_NULL = {13} | CREATES_FROM_BUFFER | GIVES_AN_OBJECT
-CANNOT_FAIL = {15, 23, 50, 51, 52, 64, 71, 72, 113}
+CANNOT_FAIL = {15, 23, 50, 51, 52, 64, 71, 113}
 OPTIONAL = (110, 113, 114, 115)
 NO_MEMORY, TOO_MANY, SYSTEM_ERROR, NULL_RESULT = 19, 26, 20, -1000
 TEXTS = {NO_MEMORY: "Not enough memory available to support the request.",
