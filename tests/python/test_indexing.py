@@ -58,4 +58,4 @@ def test_thousands_of_dimensions():
     assert array == array.clone() and len(array[0:].clone().size) == 3001
     for operation in (str, repr, vellum.int8.__reduce__):
         with pytest.raises(RecursionError):
-            operation(array)
+            operation(vellum.int8(size=(1,) * 30_000 + (2,)))

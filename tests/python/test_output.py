@@ -102,14 +102,12 @@ def test_what_a_clone_refuses_and_rounds():
         vellum.int64([2**63 - 1], is_complex=True).clone()
 
 
-@pytest.mark.parametrize("part, message, first", [
-    (vellum.int8([[1, 2]]), "toarray() can be called only on a one-dimensional sequence.",
-     "TypeError: 'vellum.int8' object cannot be interpreted as an integer"),
-    (vellum.double([[1j]], is_complex=True)[0], "toarray() failed.",
-     "TypeError: must be real number, not complex"),
+@pytest.mark.parametrize("part, message", [
+    (vellum.int8([[1, 2]]), "toarray() can be called only on a one-dimensional sequence."),
+    (vellum.double([[1j]], is_complex=True)[0], "toarray() failed."),
 ])
-def test_the_first_error_of_toarray_is_printed(part, message, first, capsys):
+def test_the_first_error_of_toarray_is_printed(part, message, capsys):
     with pytest.raises(RuntimeError) as caught:
         part.toarray()
     assert str(caught.value) == message
-    assert first in capsys.readouterr().err
+    assert "TypeError: " in capsys.readouterr().err
