@@ -14,8 +14,8 @@ namespace vellum
 {
 using Dimensions = std::vector<std::uint64_t>;
 
-/// What doesn't depend on the element type. `bool`
-/// results: false means that a Python error is set.
+/// What doesn't depend on the element type. `bool` results: false means that a
+/// Python error is set.
 struct BuilderDimensions
 {
     Dimensions m_sizeDims;           ///< given by `size`; at least two entries, or none

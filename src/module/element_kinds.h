@@ -221,9 +221,11 @@ constexpr std::optional<KindAndComplexity> kindOfArrayType(ArrayType type)
     return std::nullopt;
 }
 
-constexpr ArrayType arrayTypeOf(SupportedArrayEnum kind, bool isComplex)
+/// Short name of the kind of a service array's type, for texts.
+constexpr const char* shortNameOfArrayType(ArrayType type)
 {
-    return isComplex ? kindInfo(kind).m_complexType : kindInfo(kind).m_realType;
+    const auto found = kindOfArrayType(type);
+    return found ? kindInfo(found->m_kind).m_shortName : "unknown";
 }
 
 /// Buffer format of a service array's type; null if it has none.

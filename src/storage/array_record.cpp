@@ -52,8 +52,7 @@ ArrayFacts readFacts(const data::Array& array, char order)
 {
     ArrayFacts facts;
     facts.m_type = array.getType();
-    const auto kind = kindOfArrayType(facts.m_type);
-    AllocationRequest request{kind ? kindInfo(kind->m_kind).m_shortName : "unknown"};
+    AllocationRequest request{shortNameOfArrayType(facts.m_type)};
 
     const std::size_t width = elementWidth(array);
     const std::size_t count = array.getNumberOfElements();
@@ -92,9 +91,8 @@ std::unique_ptr<void, Free> allocateBlock(const ArrayFacts& facts)
                                                              : std::calloc(1, byteCount));
     if (block == nullptr)
     {
-        const auto kind = kindOfArrayType(facts.m_type);
-        throw AllocationError({kind ? kindInfo(kind->m_kind).m_shortName : "unknown",
-                               static_cast<std::uint64_t>(facts.m_numElems)});
+        throw AllocationError(
+            {shortNameOfArrayType(facts.m_type), static_cast<std::uint64_t>(facts.m_numElems)});
     }
     return block;
 }

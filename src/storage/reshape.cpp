@@ -128,9 +128,8 @@ void MDArrayWrapper::reshape(Shape shape)
     auto strides = contiguousStrides(shape, m_elemSizeInBytes, 'F');
     if (!strides)
     {
-        const auto kind = kindOfArrayType(m_arrayType);
-        throw AllocationError({kind ? kindInfo(kind->m_kind).m_shortName : "unknown",
-                               static_cast<std::uint64_t>(m_numElems)});
+        throw AllocationError(
+            {shortNameOfArrayType(m_arrayType), static_cast<std::uint64_t>(m_numElems)});
     }
     m_retired.reserve(m_retired.size() + 2);
     std::vector<std::size_t> dims(shape.begin(), shape.end());
