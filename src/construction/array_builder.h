@@ -3,9 +3,9 @@
 /// on the stack of one call.
 #pragma once
 
-#include "module/checked_size.h"
-#include "module/element_kinds.h"
-#include "module/guard.h"
+#include "base/checked_size.h"
+#include "base/element_kinds.h"
+#include "interpreter/guard.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,6 +1,6 @@
 #include "construction/dimensions.h"
 
-#include "module/module_state.h"
+#include "interpreter/module_state.h"
 
 namespace vellum
 {

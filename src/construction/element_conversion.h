@@ -5,8 +5,8 @@
 /// Python's error state is left clean.
 #pragma once
 
-#include "module/element_kinds.h"
-#include "module/python_ref.h"
+#include "base/element_kinds.h"
+#include "interpreter/python_ref.h"
 
 #include <cstdint>
 #include <optional>

@@ -2,7 +2,7 @@
 /// everything else through the sequence protocol. What comes out is the same.
 #pragma once
 
-#include "module/python_ref.h"
+#include "interpreter/python_ref.h"
 
 namespace vellum
 {

@@ -1,7 +1,7 @@
 /// The untyped handle on an array of the service.
 #pragma once
 
-#include "module/element_kinds.h"
+#include "base/element_kinds.h"
 
 #include <cstddef>
 #include <memory>

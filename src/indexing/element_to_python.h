@@ -2,8 +2,8 @@
 /// an element leaves the system.
 #pragma once
 
-#include "module/element_kinds.h"
-#include "module/python_ref.h"
+#include "base/element_kinds.h"
+#include "interpreter/python_ref.h"
 #include "storage/array_record.h"
 
 namespace vellum

@@ -1,7 +1,7 @@
 /// The Python instance of the eleven array classes.
 #pragma once
 
-#include "module/guard.h"
+#include "interpreter/guard.h"
 #include "storage/array_view.h"
 
 #include <memory>

@@ -2,9 +2,9 @@
 // publishes the capsule.
 
 #include "indexing/iterator.h"
+#include "interpreter/module_state.h"
 #include "module/capsule.h"
 #include "module/class_table.h"
-#include "module/module_state.h"
 
 #include <cstdio>
 

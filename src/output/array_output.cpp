@@ -1,7 +1,7 @@
 #include "output/array_output.h"
 
 #include "indexing/iterator.h"
-#include "module/module_state.h"
+#include "interpreter/module_state.h"
 
 namespace vellum
 {

@@ -1,8 +1,8 @@
 #include "storage/array_record.h"
 
+#include "base/checked_size.h"
 #include "dataclient/array_factory.h"
-#include "module/checked_size.h"
-#include "module/guard.h"
+#include "interpreter/guard.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "dataclient/typed_array.h"
-#include "module/python_ref.h"
+#include "interpreter/python_ref.h"
 
 #include <cstdint>
 #include <cstring>

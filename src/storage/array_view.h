@@ -2,8 +2,8 @@
 /// through which indices. Indexing copies a view, never elements.
 #pragma once
 
-#include "indexing/index_items.h"
-#include "module/element_kinds.h"
+#include "base/element_kinds.h"
+#include "index/index_items.h"
 #include "storage/array_record.h"
 
 #include <memory>

@@ -1,8 +1,8 @@
 #include "storage/reshape.h"
 
+#include "base/checked_size.h"
 #include "dataclient/array_factory.h"
-#include "module/checked_size.h"
-#include "module/module_state.h"
+#include "interpreter/module_state.h"
 
 namespace vellum
 {

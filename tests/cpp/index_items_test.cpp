@@ -1,4 +1,4 @@
-#include "indexing/index_items.h"
+#include "index/index_items.h"
 
 #include <gtest/gtest.h>
 #include <limits>

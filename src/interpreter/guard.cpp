@@ -1,4 +1,4 @@
-#include "module/guard.h"
+#include "interpreter/guard.h"
 
 #include "dataclient/array_exception.h"
 

@@ -3,8 +3,8 @@
 /// Python error and a null result, or -1 where the result is a number.
 #pragma once
 
-#include "module/checked_size.h"
-#include "module/python_ref.h"
+#include "base/checked_size.h"
+#include "interpreter/python_ref.h"
 
 #include <cstdint>
 #include <cxxabi.h>
