@@ -1,10 +1,10 @@
 #include "construction/element_conversion.h"
 
+#include <array>
 #include <boost/numeric/conversion/cast.hpp>
+#include <charconv>
 #include <cmath>
 #include <limits>
-#include <locale>
-#include <sstream>
 
 namespace vellum
 {
@@ -79,23 +79,34 @@ bool isNan(Value value)
     }
 }
 
-/// The same text whatever locale the process has set; a NaN has no sign in it.
-template <class T, class Value>
-std::string rangeText(Value value)
+/// As a text stream prints it by default, but in no locale. 24 characters at most:
+/// those of the least 64-bit integer are 20, six digits and an exponent are fewer.
+template <class Value>
+std::string numberText(Value value)
 {
-    std::ostringstream text;
-    text.imbue(std::locale::classic());
-    text << "value (";
     if (isNan(value))
     {
-        text << "nan";
+        return "nan"; // without its sign
+    }
+    std::array<char, 24> text;
+    char* const end = text.data() + text.size();
+    if constexpr (std::is_floating_point_v<Value>)
+    {
+        constexpr int digits = 6;
+        return {text.data(),
+                std::to_chars(text.data(), end, value, std::chars_format::general, digits).ptr};
     }
     else
     {
-        text << value;
+        return {text.data(), std::to_chars(text.data(), end, value).ptr};
     }
-    text << ") cannot be stored in a variable of type " << kKindInfoOf<T>.m_shortName << ".";
-    return text.str();
+}
+
+template <class T, class Value>
+std::string rangeText(Value value)
+{
+    return "value (" + numberText(value) + ") cannot be stored in a variable of type " +
+           kKindInfoOf<T>.m_shortName + ".";
 }
 
 template <class T, class Value>
