@@ -1,5 +1,6 @@
 #include "construction/buffer_input.h"
 
+#include "interpreter/buffer_export.h"
 #include "module/array_object.h"
 
 #include <cstring>
@@ -15,32 +16,6 @@ bool fail(const std::string& text)
     raise(PyExc_BufferError, text);
     return false;
 }
-
-/// Owns an export while it is read.
-class BufferExport
-{
-public:
-    explicit BufferExport(PyObject* exporter)
-        : m_isHeld(PyObject_GetBuffer(exporter, &m_buffer, PyBUF_FORMAT | PyBUF_ANY_CONTIGUOUS) ==
-                   0)
-    {
-    }
-    BufferExport(const BufferExport&) = delete;
-    BufferExport& operator=(const BufferExport&) = delete;
-    ~BufferExport()
-    {
-        if (m_isHeld)
-        {
-            PyBuffer_Release(&m_buffer);
-        }
-    }
-    bool isHeld() const { return m_isHeld; }
-    const Py_buffer& get() const { return m_buffer; }
-
-private:
-    Py_buffer m_buffer{};
-    bool m_isHeld;
-};
 
 /// "l" and "L" stand for the 32-bit or the 64-bit kind, as the platform that
 /// wrote them has it.
@@ -104,40 +79,80 @@ void stageBytes(MDArrayBuilder<T>& builder, const Py_buffer& buffer, std::size_t
     }
 }
 
-/// The shape as the exporter gives it. False if it breaks the protocol.
-template <class T>
-bool readShape(MDArrayBuilder<T>& builder, const Py_buffer& buffer, std::uint64_t count)
+/// The lengths as the exporter gives them; none if it gives none where none are
+/// needed.
+bool readLengths(const Py_buffer& buffer, Dimensions& lengths)
 {
-    if (buffer.ndim < 2)
+    if (buffer.ndim < 0 || buffer.ndim > PyBUF_MAX_NDIM)
     {
-        // Counted, not taken from the shape. No dimensions: a scalar.
-        builder.m_initializerDims.push_back(buffer.ndim == 0 ? 1 : count);
+        return fail(kUneven);
     }
-    else
+    if (buffer.shape == nullptr)
     {
-        if (buffer.shape == nullptr)
-        {
-            return fail("shape is null.");
-        }
-        if (buffer.strides == nullptr || buffer.itemsize <= 0)
-        {
-            return fail("strides or itemsize of input buffer are missing.");
-        }
-        for (int k = 0; k < buffer.ndim; ++k)
-        {
-            if (buffer.shape[k] < 0)
-            {
-                return fail(kUneven);
-            }
-            builder.m_initializerDims.push_back(static_cast<std::uint64_t>(buffer.shape[k]));
-        }
-        // The request made it contiguous in one order or the other. The first stride
-        // alone doesn't tell which: that of a dimension of length 1 can be anything.
-        builder.m_isColumnMajor = PyBuffer_IsContiguous(&buffer, 'F') != 0;
+        return buffer.ndim < 2 || fail("shape is null.");
     }
-    return checkedProduct(builder.m_initializerDims) == count || fail(kUneven);
+    for (int k = 0; k < buffer.ndim; ++k)
+    {
+        if (buffer.shape[k] < 0)
+        {
+            return fail(kUneven);
+        }
+        lengths.push_back(static_cast<std::uint64_t>(buffer.shape[k]));
+    }
+    return true;
 }
 
+/// Whether items of that size and that number make up the bytes of the export.
+bool agreesWithLength(const Py_buffer& buffer, const Dimensions& lengths)
+{
+    if (buffer.itemsize <= 0)
+    {
+        return false;
+    }
+    if (buffer.ndim == 1 && lengths.empty())
+    {
+        return true;
+    }
+    const auto items = checkedProduct(lengths);
+    const auto size =
+        items ? checkedMultiply(*items, static_cast<std::uint64_t>(buffer.itemsize)) : std::nullopt;
+    return size == static_cast<std::uint64_t>(buffer.len);
+}
+
+/// Takes the dimensions of an export of `count` elements, after a test of all that
+/// it says of them.
+bool takeDimensions(BuilderDimensions& builder, const Py_buffer& buffer, std::uint64_t count)
+{
+    Dimensions lengths;
+    if (!readLengths(buffer, lengths))
+    {
+        return false;
+    }
+    if (!agreesWithLength(buffer, lengths))
+    {
+        return fail(kUneven);
+    }
+    if (buffer.ndim == 1)
+    {
+        lengths = {count}; // an item can be larger or smaller than an element
+    }
+    else if (buffer.ndim > 1 && buffer.strides == nullptr)
+    {
+        return fail("strides or itemsize of input buffer are missing.");
+    }
+    else if (checkedProduct(lengths) != count)
+    {
+        return fail(kUneven);
+    }
+    // The request made it contiguous in one order or the other. The first stride
+    // alone doesn't tell which: that of a dimension of length 1 can be anything.
+    builder.m_isColumnMajor = buffer.ndim > 1 && PyBuffer_IsContiguous(&buffer, 'F') != 0;
+    builder.m_initializerDims = lengths.empty() ? Dimensions{1} : std::move(lengths);
+    return true;
+}
+
+/// Exporters can be wrong about their memory: nothing is reserved or read before
+/// all that they say has been held against each other.
 template <class T>
 bool copyBufferToValues(MDArrayBuilder<T>& builder, const Py_buffer& buffer)
 {
@@ -151,12 +166,12 @@ bool copyBufferToValues(MDArrayBuilder<T>& builder, const Py_buffer& buffer)
         return fail(kUneven);
     }
     const auto count = static_cast<std::size_t>(buffer.len / width);
-    if (!builder.reserveValues(count))
+    if (!takeDimensions(builder, buffer, count) || !builder.reserveValues(count))
     {
         return false;
     }
     stageBytes(builder, buffer, count);
-    return readShape(builder, buffer, count);
+    return true;
 }
 
 } // namespace
@@ -170,10 +185,11 @@ bool takesBufferRoad(PyObject* value)
 template <class T>
 bool readBufferInitializer(MDArrayBuilder<T>& builder, PyObject* value)
 {
-    const BufferExport exported(value);
+    const BufferExport exported(value, PyBUF_FORMAT | PyBUF_ANY_CONTIGUOUS);
     if (!exported.isHeld())
     {
-        return fail("unable to retrieve buffer.");
+        replaceError(PyExc_BufferError, "unable to retrieve buffer.");
+        return false;
     }
     return copyBufferToValues(builder, exported.get());
 }

@@ -12,7 +12,8 @@ bool takesBufferRoad(PyObject* value);
 
 /// Stages the elements that `value` exports, in its own order, and records its
 /// shape and whether that order is column-major. Nothing is shared with the
-/// source afterwards. False: a `BufferError` or `MemoryError` is set.
+/// source afterwards. False: a `BufferError` or `MemoryError` is set, or what the
+/// exporter raised if that is no `Exception`.
 template <class T>
 bool readBufferInitializer(MDArrayBuilder<T>& builder, PyObject* value);
 

@@ -11,12 +11,15 @@ import numpy
 import oracle
 import pytest
 import vellum
+from exporter import Buffer, Exporter, set_buffer_slots
 from hypothesis import given, strategies as st
 from vellum import double
 
 KINDS = [(k, c) for k in oracle.FORMATS for c in (False, True)][:-1]  # logical is last
 each_kind = pytest.mark.parametrize("kind, is_complex", KINDS)
 REFUSED = "unable to retrieve buffer."
+UNEVEN = "input does not fit evenly into output type."
+NO_STRIDES = "strides or itemsize of input buffer are missing."
 
 
 def mismatch(found, wanted):
@@ -35,15 +38,6 @@ def refusal(exporter, kind="double", is_complex=False):
     with pytest.raises(BufferError) as caught:
         getattr(vellum, kind)(exporter, is_complex=is_complex)
     return str(caught.value)
-
-
-class Buffer(ctypes.Structure):
-    pointer, size, number = ctypes.c_void_p, ctypes.c_ssize_t, ctypes.c_int
-    sizes = ctypes.POINTER(size)
-    _fields_ = [("buf", pointer), ("obj", pointer), ("len", size), ("itemsize", size),
-                ("readonly", number), ("ndim", number), ("format", ctypes.c_char_p),
-                ("shape", sizes), ("strides", sizes), ("suboffsets", sizes),
-                ("internal", pointer)]  # fmt: skip
 
 
 @each_kind
@@ -157,7 +151,7 @@ def test_exotic_exporters():
         assert double(nd(six, shape=[1, 2, 3], strides=strides, format="d")) == double([rows])
     assert str(double(nd([(1, 2), (3, 4)], shape=[2], format="dd"))) == "[[1.0,2.0,3.0,4.0]]"
     refused = {
-        "input does not fit evenly into output type.": [
+        UNEVEN: [
             nd([(1, 2)] * 4, shape=[2, 2], format="dd"), nd((1, 2), shape=[], format="dd"),
             nd([(1, 2)] * 3, shape=[3], format="db")],
         REFUSED: [nd(six, shape=[2, 3], format="d", flags=testbuffer.ND_PIL),
@@ -168,6 +162,78 @@ def test_exotic_exporters():
         assert [refusal(exporter) for exporter in exporters] == [text] * len(exporters)
     full = testbuffer.PyBUF_FULL_RO
     assert testbuffer.ndarray(double(rows), getbuf=full).tolist() == [six[:3], six[3:]]
+
+
+rows = {"ndim": 2, "shape": (2, 3), "strides": (24, 8)}
+
+
+@pytest.mark.parametrize("fields, size, elements", [
+    ({}, (1, 6), "[[0.0,1.0,2.0,3.0,4.0,5.0]]"), ({"shape": None}, (1, 6), ...),
+    ({"itemsize": 1, "shape": (48,)}, (1, 6), ...),
+    ({"itemsize": 16, "shape": (3,), "format": b"dd"}, (1, 6), ...),
+    ({"ndim": 0, "shape": None, "len": 8}, (1, 1), "[[0.0]]"),
+    (rows, (2, 3), "[[0.0,1.0,2.0],[3.0,4.0,5.0]]"),
+    ({**rows, "strides": (8, 16)}, (2, 3), "[[0.0,2.0,4.0],[1.0,3.0,5.0]]"),
+    ({**rows, "len": 0, "buf": None, "shape": (0, 3)}, (0, 3), "[]"),
+])  # fmt: skip
+def test_exporters_that_keep_their_promise(fields, size, elements):
+    exporter = Exporter(**fields)
+    a = double(exporter)
+    assert a.size == size and elements in (..., str(a)) and exporter.exports == 0
+
+
+@pytest.mark.parametrize("text, fields", [
+    # There is no memory of that size: nothing is reserved or read before the refusal.
+    (UNEVEN, {"len": 2**62}), (UNEVEN, {**rows, "len": 2**62}),
+    (UNEVEN, {"ndim": 0, "len": 2**62}), (UNEVEN, {"ndim": 0, "itemsize": 1}),
+    (UNEVEN, {"len": -8}), (UNEVEN, {"len": 44}), (UNEVEN, {"buf": None}),
+    (UNEVEN, {"ndim": -1}), (UNEVEN, {"ndim": 65, "shape": None}),
+    (UNEVEN, {"shape": (-6,)}), (UNEVEN, {**rows, "shape": (-2, -3)}),
+    (UNEVEN, {"itemsize": 0}), (UNEVEN, {"itemsize": 0, "shape": None}),
+    (UNEVEN, {**rows, "itemsize": -8}), (UNEVEN, {"shape": (5,)}), (UNEVEN, {"shape": (0,)}),
+    (UNEVEN, {"len": 0, "shape": (2**61,)}), (UNEVEN, {**rows, "len": 0, "shape": (2**61, 1)}),
+    (UNEVEN, {**rows, "len": 2**62, "strides": None}), (NO_STRIDES, {**rows, "strides": None}),
+    (UNEVEN, {**rows, "len": 47, "shape": None}),
+    ("shape is null.", {**rows, "itemsize": 0, "shape": None}),
+    ("input 'format' field is null.", {"format": None}),
+    ("input 'format' field is null.", {"format": b"", "len": 44}),
+    (mismatch("\\xffd\\x80", "d"), {"format": b"\xffd\x80", "len": 44}),
+])  # fmt: skip
+def test_exporters_that_lie(text, fields):
+    exporter = Exporter(**fields)
+    assert refusal(exporter) == text and exporter.exports == 0
+
+
+def test_a_release_that_fails(monkeypatch):
+    class Failing(Exporter):
+        pass
+
+    left = []
+    monkeypatch.setattr(sys, "unraisablehook", left.append)
+    # It sets a `SystemError`: the exporter is no class of exceptions.
+    set_buffer_slots(Failing, Exporter.get, ctypes.pythonapi.PyErr_SetNone)
+    exporter = Failing()
+    assert double(exporter).size == (1, 6)
+    assert refusal(exporter, "single") == mismatch("d", "f")
+    assert [(hook.exc_type, hook.object) for hook in left] == [(SystemError, exporter)] * 2
+
+
+@pytest.mark.parametrize("error", [KeyboardInterrupt, SystemExit, GeneratorExit, MemoryError,
+                                   ValueError, BufferError])  # fmt: skip
+def test_a_request_that_fails(error):
+    class Refusing:
+        def __bool__(self):
+            raise raised
+
+    raised = error("no")
+    set_buffer_slots(Refusing, ctypes.pythonapi.PyObject_IsTrue)
+    with pytest.raises(BaseException) as caught:
+        double(Refusing())
+    if error in (ValueError, BufferError):
+        assert str(caught.value) == REFUSED and type(caught.value) is BufferError
+        assert caught.value.__cause__ is raised
+    else:
+        assert caught.value is raised
 
 
 @given(st.lists(st.integers(0, 4), min_size=1, max_size=5))
