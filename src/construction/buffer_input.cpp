@@ -174,12 +174,19 @@ bool copyBufferToValues(MDArrayBuilder<T>& builder, const Py_buffer& buffer)
     return true;
 }
 
+/// Subclasses included: numpy's `float64` is a `float` that exports a buffer.
+bool isNumber(PyObject* value)
+{
+    return PyLong_Check(value) || PyFloat_Check(value) || PyComplex_Check(value);
+}
+
 } // namespace
 
 bool takesBufferRoad(PyObject* value)
 {
     const PyBufferProcs* procs = Py_TYPE(value)->tp_as_buffer;
-    return procs != nullptr && procs->bf_getbuffer != nullptr && !isArrayObject(value);
+    const bool isExporter = procs != nullptr && procs->bf_getbuffer != nullptr;
+    return isExporter && !isArrayObject(value) && !isNumber(value);
 }
 
 template <class T>

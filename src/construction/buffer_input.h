@@ -6,8 +6,8 @@
 
 namespace vellum
 {
-/// Whether `value` takes this road: its type exports buffers and is none of the
-/// array classes.
+/// Whether `value` takes this road: its type exports buffers, is none of the array
+/// classes, and `value` is no number. A number takes the walk, as it does in a list.
 bool takesBufferRoad(PyObject* value);
 
 /// Stages the elements that `value` exports, in its own order, and records its
