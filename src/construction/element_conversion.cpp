@@ -88,7 +88,7 @@ std::string numberText(Value value)
     {
         return "nan"; // without its sign
     }
-    std::array<char, 24> text;
+    std::array<char, 24> text{};
     char* const end = text.data() + text.size();
     if constexpr (std::is_floating_point_v<Value>)
     {
