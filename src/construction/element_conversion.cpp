@@ -24,27 +24,28 @@ ConvertedScalar<T> accept(T value)
     return {value, true, nullptr, {}};
 }
 
+/// Kept out of the way of what is accepted.
 template <class T>
-ConvertedScalar<T> refuse(PyObject* exceptionClass, std::string text)
+[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuse(PyObject* exceptionClass, std::string text)
 {
     return {T{}, false, exceptionClass, std::move(text)};
 }
 
 template <class T>
-ConvertedScalar<T> refuseTooLarge()
+[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseTooLarge()
 {
     return refuse<T>(PyExc_OverflowError, "Python int too large to convert to C long long");
 }
 
 template <class T>
-ConvertedScalar<T> refuseFloat()
+[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseFloat()
 {
     return refuse<T>(PyExc_TypeError, std::string(kKindInfoOf<T>.m_className) +
                                           " does not accept floating-point values.");
 }
 
 template <class T>
-ConvertedScalar<T> refuseComplex()
+[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseComplex()
 {
     return refuse<T>(PyExc_TypeError,
                      std::string(kKindInfoOf<T>.m_className) +
@@ -52,7 +53,7 @@ ConvertedScalar<T> refuseComplex()
 }
 
 template <class T>
-ConvertedScalar<T> refuseNonNumber(PyObject* object)
+[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseNonNumber(PyObject* object)
 {
     if (PyUnicode_Check(object))
     {
