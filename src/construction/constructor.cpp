@@ -9,6 +9,8 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace vellum
 {
@@ -22,7 +24,7 @@ struct Arguments
     PyRef m_size;
     PyRef m_vector;
     PyRef m_isComplex;
-    bool m_vectorIsKeyword = false;
+    bool m_vectorIsKeyword = false; ///< if there is a `vector`
 };
 
 PyRef given(PyObject* argument)
@@ -37,8 +39,8 @@ bool parseArguments(PyObject* args, PyObject* kwds, Arguments& arguments)
     PyObject* size = nullptr;
     PyObject* vector = nullptr;
     PyObject* isComplex = nullptr;
-    if (!PyArg_ParseTupleAndKeywords(args, kwds, "|OOOO", const_cast<char**>(names), &initializer,
-                                     &size, &vector, &isComplex))
+    if (!callOut(PyArg_ParseTupleAndKeywords, args, kwds, "|OOOO", const_cast<char**>(names),
+                 &initializer, &size, &vector, &isComplex))
     {
         return false;
     }
@@ -46,8 +48,7 @@ bool parseArguments(PyObject* args, PyObject* kwds, Arguments& arguments)
     arguments.m_size = given(size);
     arguments.m_vector = given(vector);
     arguments.m_isComplex = PyRef::fromBorrowed(isComplex);
-    arguments.m_vectorIsKeyword =
-        kwds != nullptr && PyDict_GetItemString(kwds, "vector") != nullptr;
+    arguments.m_vectorIsKeyword = PyTuple_GET_SIZE(args) < 3;
     return true;
 }
 
@@ -219,8 +220,34 @@ std::optional<data::Array> constructTypedArray(const Arguments& arguments,
 /// comes back.
 bool hasLeadingDict(PyObject* args, PyObject* kwds)
 {
-    return kwds == nullptr && args != nullptr && PyTuple_GET_SIZE(args) > 0 &&
+    const bool hasKeywords = kwds != nullptr && PyDict_GET_SIZE(kwds) > 0;
+    return !hasKeywords && args != nullptr && PyTuple_GET_SIZE(args) > 0 &&
            PyDict_Check(PyTuple_GET_ITEM(args, 0));
+}
+
+/// A plain dict of the entries of `dict`, whatever its class makes of its methods.
+/// The parse borrows the values while it looks keys up, and a key's hash and
+/// comparison can change `dict`: so all entries are owned before the first of these
+/// runs.
+PyRef copyEntries(PyObject* dict)
+{
+    std::vector<std::pair<PyRef, PyRef>> entries;
+    Py_ssize_t position = 0;
+    PyObject* key = nullptr;
+    PyObject* value = nullptr;
+    while (PyDict_Next(dict, &position, &key, &value))
+    {
+        entries.emplace_back(PyRef::fromBorrowed(key), PyRef::fromBorrowed(value));
+    }
+    PyRef copy(callOut(PyDict_New));
+    for (const auto& entry : entries)
+    {
+        if (!copy || callOut(PyDict_SetItem, copy.get(), entry.first.get(), entry.second.get()) < 0)
+        {
+            return PyRef();
+        }
+    }
+    return copy;
 }
 
 template <SupportedArrayEnum kind>
@@ -230,11 +257,10 @@ PyObject* construct(PyObject* args, PyObject* kwds, AllocationRequest& request)
     PyRef keywords = PyRef::fromBorrowed(kwds);
     if (hasLeadingDict(args, kwds))
     {
-        // A copy: the parse borrows the values while it looks keys up, and a key's
-        // comparison can change the caller's dict.
-        keywords = PyRef(PyDict_Copy(PyTuple_GET_ITEM(args, 0)));
-        positional = PyRef(PyTuple_GetSlice(args, 1, PyTuple_GET_SIZE(args)));
-        if (!keywords || !positional)
+        keywords = copyEntries(PyTuple_GET_ITEM(args, 0));
+        positional =
+            keywords ? PyRef(callOut(PyTuple_GetSlice, args, 1, PyTuple_GET_SIZE(args))) : PyRef();
+        if (!positional)
         {
             return nullptr;
         }

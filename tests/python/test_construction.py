@@ -38,8 +38,14 @@ def args(*args, **kwargs):
 
 
 def make(call):
-    # Not `**{}`: keywords that are there and empty are keywords to some interpreters.
-    return double(*call[0], **call[1]) if call[1] else double(*call[0])
+    return double(*call[0], **call[1])
+
+
+class Entries(dict):
+    """Its methods tell another story than its entries."""
+
+    __iter__ = keys = lambda self: iter(["vector"])
+    __getitem__ = lambda self, key: [5]
 
 
 # Dimensions, what is stored (the first dimension fastest), and the calls that come to it.
@@ -55,7 +61,7 @@ ACCEPTED = [
      args(None, None, [97, 98]), args(range(97, 99))),
     ((2, 2), [1, 2, 3, 4], args([1, 2, 3, 4], (2, 2)), args([[1, 3], [2, 4]])),
     ((2, 1, 2), [1, 3, 2, 4], args([int8([1, 2]), ((3, 4),)])),
-    ((2, 1), [0, 0], args(size=(2, True)), args(size=range(2, 0, -1)), args(size=b"\2\1\1")),
+    ((2, 1), [0, 0], args(Entries(size=(2, 1))), args(size=(2, True)), args(size=range(2, 0, -1)), args(size=b"\2\1\1")),
 ]  # fmt: skip
 
 
@@ -225,6 +231,27 @@ def test_foreign_code_takes_nothing_away():
 
     options = {"initializer": [[1.5] * 3 for _ in range(3)], Key("zz"): None}
     assert double(options).size == (3, 3) and options["initializer"] is None
+
+
+@pytest.mark.parametrize("n", range(4))
+def test_a_key_that_raises_is_heard(n):
+    class Key(str):
+        compared = 0
+        __hash__ = str.__hash__
+
+        def __eq__(self, other):
+            self.compared += 1
+            if self.compared > n:
+                raise KeyboardInterrupt
+            return True
+
+    key = Key("vector")
+    try:
+        double(**{key: [2]})
+    except KeyboardInterrupt:
+        assert key.compared == n + 1
+    else:
+        assert key.compared <= n
 
 
 def test_thousands_of_dimensions():
