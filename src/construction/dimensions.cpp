@@ -2,6 +2,8 @@
 
 #include "interpreter/module_state.h"
 
+#include <limits>
+
 namespace vellum
 {
 namespace
@@ -30,6 +32,11 @@ std::optional<Dimensions> readSizeArgument(PyObject* size)
     if (count == 0)
     {
         raise(PyExc_ValueError, "sequence passed to 'size' must not be empty.");
+        return std::nullopt;
+    }
+    if (count > std::numeric_limits<int>::max())
+    {
+        raise(PyExc_ValueError, kTooManyDimensions); // the record counts them in an `int`
         return std::nullopt;
     }
     Dimensions dims;

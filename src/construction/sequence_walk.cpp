@@ -29,53 +29,62 @@ ElementReader elementReader(ArrayType type)
     });
 }
 
+/// The length of a child that is none.
+constexpr Py_ssize_t kNoSequence = -1;
+
 /// What a shallow look at the children of a sequence tells.
 struct Probe
 {
     bool m_isValid = false; ///< false: a Python error is set
     bool m_isAlike = true;  ///< all children are no sequences, or all of one length
     Py_ssize_t m_length = 1;
+    Py_ssize_t m_childLength = kNoSequence; ///< that of the first child
 };
 
-/// A child as the probe sees it: the length of a sequence, or -1 for none.
-/// False if it can't be told.
-bool probeChild(PyObject* sequence, Py_ssize_t position, Py_ssize_t& childLength)
+/// Holds a child against the first. A length is asked only where it decides: not
+/// behind a first child that is no sequence. False with a Python error if the child
+/// can't be fetched or asked.
+bool probeChild(PyObject* sequence, Py_ssize_t position, Probe& probe)
 {
     const PyRef child = fetchItem(sequence, position);
     if (!child)
     {
         return fail(PyExc_RuntimeError, kNullData);
     }
+    const bool knowsLength = probe.m_childLength != kNoSequence;
     if (!isSequence(child.get()))
     {
-        childLength = -1;
+        probe.m_isAlike = !knowsLength;
         return true;
     }
-    childLength = PySequence_Size(child.get());
-    return childLength >= 0;
+    if (!knowsLength && position > 0)
+    {
+        probe.m_isAlike = false;
+        return true;
+    }
+    const Py_ssize_t length = PySequence_Size(child.get());
+    probe.m_isAlike = !knowsLength || length == probe.m_childLength;
+    probe.m_childLength = knowsLength ? probe.m_childLength : length;
+    return length >= 0;
 }
 
 Probe probeSequence(PyObject* sequence)
 {
     Probe probe;
     probe.m_length = PySequence_Size(sequence);
-    if (probe.m_length < 0)
+    if (probe.m_length < 2)
     {
+        probe.m_isValid = probe.m_length >= 0;
         return probe;
     }
-    probe.m_isValid = true;
-    Py_ssize_t first = -1;
-    for (Py_ssize_t i = 0; i < probe.m_length && probe.m_length > 1 && probe.m_isAlike; ++i)
+    for (Py_ssize_t i = 0; i < probe.m_length && probe.m_isAlike; ++i)
     {
-        Py_ssize_t length = -1;
-        if (!probeChild(sequence, i, length))
+        if (!probeChild(sequence, i, probe))
         {
-            probe.m_isValid = false;
             return probe;
         }
-        first = i == 0 ? length : first;
-        probe.m_isAlike = length == first;
     }
+    probe.m_isValid = true;
     return probe;
 }
 

@@ -107,11 +107,12 @@ class Walk:
             return
         if isinstance(value, str):
             raise ValueError("value passed to initializer must be numeric.")
-        length, counts = len(value), []
+        length, counts, nested = len(value), [], []
         for i in range(length if length > 1 else 0):
             child = fetch(value, i)
-            counts.append(len(child) if is_sequence(child) else None)
-            if counts[i] != counts[0]:
+            nested.append(is_sequence(child))
+            counts.append(len(child) if nested[0] and nested[i] else None)
+            if (nested[i], counts[i]) != (nested[0], counts[0]):
                 raise ValueError("elements of array are of different lengths or types.")
         self.depth += 1
         if len(self.dims) < self.depth:

@@ -101,6 +101,7 @@ REFUSED = [
      args("a", 5, vector=5), args({"vector": 5}, "a", 5)),
     (TypeError, "value of 'size' must be a sequence.", args("a", 5), args("a", {})),
     (ValueError, "sequence passed to 'size' must not be empty.", args("a", "")),
+    (ValueError, "too many dimensions.", args("a", range(1, 2**40))),
     (TypeError, "dimensions must be nonnegative integers.", args("a", "ab"), args("a", (2.0, -1))),
     (ValueError, "size cannot contain negative dimensions."
      " Use nonnegative integers for dimensions.", args("a", (-1, 2.0)), args("a", (2**70, 3))),
@@ -117,7 +118,9 @@ REFUSED = [
      args(vector=["a"]), args(vector=[1, [2]]), args(vector=double([1, 2]))),
     (TypeError, "type does not match.", args({}, size=(1, 1)), args(x for x in [1])),
     (TypeError, "value must not be 'None'.", args([None], (2, 2))),
-    (ValueError, UNLIKE, args([1, [2]]), args([[1], 2]), args([[None], [1, 2]])),
+    (ValueError, UNLIKE, args([1, [2]]), args([[1], 2]), args([[None], [1, 2]]),
+     args([1.0, numpy.array(2.0)])),
+    (TypeError, "len() of unsized object", args([numpy.array(2.0), 1.0])),
     (ValueError, RAGGED, args([[[1, 2]], [[3]]]), args([[[1]], [2]]), args([[[]], [[1]]]),
      args([[[1]], [[]]])),
     (ShapeError, mismatch("1, 1", "2, 2"), args(5, (2, 2))),
