@@ -6,6 +6,7 @@
 #include "base/checked_size.h"
 #include "base/element_kinds.h"
 #include "interpreter/guard.h"
+#include "interpreter/signals.h"
 
 #include <cstdint>
 #include <vector>
@@ -24,6 +25,7 @@ struct BuilderDimensions
     std::uint64_t m_depth = 0;       ///< of the walk, 0 outside any sequence
     std::uint64_t m_scalarDepth = 0; ///< depth of the first scalar met; 0 until then
     Dimensions m_levelLengths;       ///< length of the sequence open at each level
+    SignalWatch m_signals;           ///< over every loop of this construction
 
     /// The dimensions of the new array: those given, else those found.
     const Dimensions& dims() const { return m_sizeDims.empty() ? m_initializerDims : m_sizeDims; }

@@ -81,7 +81,8 @@ bool convertVectorItem(PyObject* vector, Py_ssize_t position, T& element)
     const PyRef item = fetchItem(vector, position);
     if (!item)
     {
-        raise(PyExc_RuntimeError, "item " + std::to_string(position) + " could not be retrieved.");
+        replaceError(PyExc_RuntimeError,
+                     "item " + std::to_string(position) + " could not be retrieved.");
         return false;
     }
     if (isSequence(item.get()))
@@ -121,7 +122,7 @@ std::optional<data::Array> createFromVector(MDArrayBuilder<T>& builder, PyObject
         raise(PyExc_ValueError, "value passed to 'vector' must be numeric.");
         return std::nullopt;
     }
-    const Py_ssize_t count = PySequence_Size(vector);
+    const Py_ssize_t count = callOut(PySequence_Size, vector);
     if (count < 0)
     {
         return std::nullopt;
@@ -138,7 +139,7 @@ std::optional<data::Array> createFromVector(MDArrayBuilder<T>& builder, PyObject
     auto buffer = createElementBuffer<T>(static_cast<std::uint64_t>(count), builder.m_request);
     for (Py_ssize_t i = 0; i < count; ++i)
     {
-        if (!convertVectorItem<T>(vector, i, buffer.get()[i]))
+        if (!convertVectorItem<T>(vector, i, buffer.get()[i]) || !builder.m_signals.atStep(i))
         {
             return std::nullopt;
         }

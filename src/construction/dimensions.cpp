@@ -1,5 +1,7 @@
 #include "construction/dimensions.h"
 
+#include "construction/element_conversion.h"
+#include "construction/sequence_fetch.h"
 #include "interpreter/module_state.h"
 
 #include <limits>
@@ -15,6 +17,36 @@ bool raiseMismatch(PyObject* exceptionClass, const BuilderDimensions& builder)
                               dimsToText(builder.m_sizeDims) + ").");
     return false;
 }
+
+/// One item of `size`. Nothing with a Python error if the item is no dimension.
+std::optional<std::uint64_t> readDimension(PyObject* size, Py_ssize_t position)
+{
+    const PyRef item = fetchItem(size, position);
+    if (!item)
+    {
+        replaceError(PyExc_RuntimeError,
+                     "Item " + std::to_string(position) +
+                         " could not be retrieved from the value associated with the 'size' "
+                         "keyword.");
+        return std::nullopt;
+    }
+    const PythonIntReading dim = readPythonInt(item.get());
+    if (dim.m_hasValue && dim.m_value >= 0)
+    {
+        return static_cast<std::uint64_t>(dim.m_value);
+    }
+    if (dim.m_hasValue || dim.m_isTooLarge)
+    {
+        raise(PyExc_ValueError, "size cannot contain negative dimensions. Use nonnegative "
+                                "integers for dimensions.");
+    }
+    else
+    {
+        raise(PyExc_TypeError, "dimensions must be nonnegative integers.");
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<Dimensions> readSizeArgument(PyObject* size)
@@ -24,7 +56,7 @@ std::optional<Dimensions> readSizeArgument(PyObject* size)
         raise(PyExc_TypeError, "value of 'size' must be a sequence.");
         return std::nullopt;
     }
-    const Py_ssize_t count = PySequence_Size(size);
+    const Py_ssize_t count = callOut(PySequence_Size, size);
     if (count < 0)
     {
         return std::nullopt;
@@ -40,29 +72,15 @@ std::optional<Dimensions> readSizeArgument(PyObject* size)
         return std::nullopt;
     }
     Dimensions dims;
+    SignalWatch signals;
     for (Py_ssize_t i = 0; i < count; ++i)
     {
-        const PyRef item(PySequence_GetItem(size, i));
-        if (!item)
+        const auto dim = readDimension(size, i);
+        if (!dim || !signals.atStep(i))
         {
-            raise(PyExc_RuntimeError,
-                  "Item " + std::to_string(i) +
-                      " could not be retrieved from the value associated with the 'size' keyword.");
             return std::nullopt;
         }
-        if (!PyLong_Check(item.get()))
-        {
-            raise(PyExc_TypeError, "dimensions must be nonnegative integers.");
-            return std::nullopt;
-        }
-        const Py_ssize_t dim = PyLong_AsSsize_t(item.get());
-        if (dim < 0)
-        {
-            raise(PyExc_ValueError, "size cannot contain negative dimensions. Use nonnegative "
-                                    "integers for dimensions.");
-            return std::nullopt;
-        }
-        dims.push_back(static_cast<std::uint64_t>(dim));
+        dims.push_back(*dim);
     }
     if (dims.size() == 1)
     {

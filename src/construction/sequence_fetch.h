@@ -11,9 +11,15 @@ inline bool isSequence(PyObject* object)
     return !PyFloat_CheckExact(object) && !PyLong_CheckExact(object) && PySequence_Check(object);
 }
 
+/// Not inlined, so that the direct reads below are.
+[[gnu::noinline]] inline PyRef fetchForeignItem(PyObject* sequence, Py_ssize_t position)
+{
+    return PyRef(callOut(PySequence_GetItem, sequence, position));
+}
+
 /// Item `position`, 0 or above; empty if it can't be fetched. A list may have
 /// shrunk since its length was read. A Python error may stand or not: the caller
-/// raises its own.
+/// replaces it (`replaceError`).
 inline PyRef fetchItem(PyObject* sequence, Py_ssize_t position)
 {
     if (PyList_CheckExact(sequence))
@@ -28,7 +34,7 @@ inline PyRef fetchItem(PyObject* sequence, Py_ssize_t position)
                    ? PyRef::fromBorrowed(PyTuple_GET_ITEM(sequence, position))
                    : PyRef();
     }
-    return PyRef(PySequence_GetItem(sequence, position));
+    return fetchForeignItem(sequence, position);
 }
 
 } // namespace vellum

@@ -19,6 +19,12 @@ bool fail(PyObject* exceptionClass, const char* text)
     return false;
 }
 
+bool failFetch()
+{
+    replaceError(PyExc_RuntimeError, kNullData);
+    return false;
+}
+
 using ElementReader = ScalarReading (*)(const void* address);
 
 /// How the elements of an array are read, whatever kind is made of them.
@@ -49,7 +55,7 @@ bool probeChild(PyObject* sequence, Py_ssize_t position, Probe& probe)
     const PyRef child = fetchItem(sequence, position);
     if (!child)
     {
-        return fail(PyExc_RuntimeError, kNullData);
+        return failFetch();
     }
     const bool knowsLength = probe.m_childLength != kNoSequence;
     if (!isSequence(child.get()))
@@ -62,16 +68,16 @@ bool probeChild(PyObject* sequence, Py_ssize_t position, Probe& probe)
         probe.m_isAlike = false;
         return true;
     }
-    const Py_ssize_t length = PySequence_Size(child.get());
+    const Py_ssize_t length = callOut(PySequence_Size, child.get());
     probe.m_isAlike = !knowsLength || length == probe.m_childLength;
     probe.m_childLength = knowsLength ? probe.m_childLength : length;
     return length >= 0;
 }
 
-Probe probeSequence(PyObject* sequence)
+Probe probeSequence(PyObject* sequence, SignalWatch& signals)
 {
     Probe probe;
-    probe.m_length = PySequence_Size(sequence);
+    probe.m_length = callOut(PySequence_Size, sequence);
     if (probe.m_length < 2)
     {
         probe.m_isValid = probe.m_length >= 0;
@@ -79,12 +85,12 @@ Probe probeSequence(PyObject* sequence)
     }
     for (Py_ssize_t i = 0; i < probe.m_length && probe.m_isAlike; ++i)
     {
-        if (!probeChild(sequence, i, probe))
+        if (!probeChild(sequence, i, probe) || !signals.atStep(i))
         {
             return probe;
         }
     }
-    probe.m_isValid = true;
+    probe.m_isValid = signals.behindLoop(probe.m_length);
     return probe;
 }
 
@@ -137,7 +143,7 @@ bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstru
     {
         return false;
     }
-    const Probe probe = probeSequence(sequence);
+    const Probe probe = probeSequence(sequence, builder.m_signals);
     if (!probe.m_isValid)
     {
         return false;
@@ -150,32 +156,39 @@ bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstru
     for (Py_ssize_t i = 0; i < probe.m_length; ++i)
     {
         const PyRef child = fetchItem(sequence, i);
-        if (!walk(builder, child.get(), isConstructor))
+        if (!walk(builder, child.get(), isConstructor) || !builder.m_signals.atStep(i))
         {
             return false;
         }
     }
-    return leaveLevel(builder, probe.m_length);
+    return builder.m_signals.behindLoop(probe.m_length) && leaveLevel(builder, probe.m_length);
+}
+
+/// The first element tells how deep all stand, and how many there will be.
+template <class T>
+bool beginElements(MDArrayBuilder<T>& builder)
+{
+    builder.m_scalarDepth = builder.m_depth;
+    if (builder.m_initializerDims.empty())
+    {
+        builder.m_initializerDims = {1, 1};
+    }
+    return builder.reserveValues(checkedProduct(builder.m_levelLengths).value_or(kUnrepresentable));
 }
 
 template <class T>
 bool stageElement(MDArrayBuilder<T>& builder, T element)
 {
-    if (builder.m_scalarDepth == 0)
+    if (builder.m_scalarDepth == 0 && !beginElements(builder))
     {
-        builder.m_scalarDepth = builder.m_depth;
+        return false;
     }
-    else if (builder.m_scalarDepth != builder.m_depth)
+    if (builder.m_scalarDepth != builder.m_depth)
     {
         return fail(PyExc_ValueError, kNotRectangular);
     }
     builder.m_values.push_back(element);
-    if (builder.m_initializerDims.empty())
-    {
-        builder.m_initializerDims = {1, 1};
-    }
-    return builder.m_isReserved ||
-           builder.reserveValues(checkedProduct(builder.m_levelLengths).value_or(kUnrepresentable));
+    return true;
 }
 
 template <class T>
@@ -237,7 +250,7 @@ bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
 {
     if (value == nullptr)
     {
-        return fail(PyExc_RuntimeError, kNullData);
+        return failFetch();
     }
     if (isArrayObject(value))
     {

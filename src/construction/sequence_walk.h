@@ -13,7 +13,8 @@ namespace vellum
 ///
 /// `value` may be null, for an element that couldn't be fetched. False means
 /// that a Python error is set; the builder is then of no further use.
-/// Foreign code can run in every fetch.
+/// Foreign code can run in every fetch; its errors that are no `Exception`, and a
+/// `MemoryError`, stand, as does what a signal handler raises.
 template <class T>
 bool walkSequence(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor);
 

@@ -3,6 +3,8 @@
 
 #include <Python.h>
 
+#include <cstdint>
+
 namespace vellum
 {
 /// Counts the steps of one operation, also across nested loops, whose own indices
@@ -17,7 +19,7 @@ public:
     /// In a loop, at its step `position`, from 0.
     bool atStep(Py_ssize_t position)
     {
-        return (position & (kInterval - 1)) != kInterval - 1 || look();
+        return static_cast<std::uint16_t>(position) != kInterval - 1 || look();
     }
 
     /// Behind a loop of `steps`, for those that its own index hasn't shown.

@@ -33,8 +33,10 @@ def is_sequence(value):
 def fetch(value, i, message="null data pointer."):
     try:
         return value[i]
-    except Exception:
-        raise RuntimeError(message) from None
+    except MemoryError:
+        raise
+    except Exception as error:
+        raise RuntimeError(message) from error
 
 
 def trim(dims):

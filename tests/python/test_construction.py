@@ -3,12 +3,16 @@
 import array
 import contextlib
 import copy
+import ctypes
 import functools
 import gc
 import itertools
 import math
 import pickle
+import signal
 import sys
+import time
+from operator import setitem
 
 import numpy
 import oracle
@@ -87,6 +91,7 @@ def no_memory(count):
 NOT_NUMERIC = "value passed to initializer must be numeric."
 UNLIKE = "elements of array are of different lengths or types."
 RAGGED = "arrays must be rectangular."
+NULL = "null data pointer."
 itself = []
 itself.append(itself)
 # In the order of the checks: each call has all the faults of the calls below it that it can have.
@@ -148,7 +153,7 @@ def emptied(hook):
 
 
 HOSTILE = [
-    (RuntimeError, "null data pointer.", args(Foreign([1], fail)), args(Foreign([1, 2], fail)),
+    (RuntimeError, NULL, args(Foreign([1], fail)), args(Foreign([1, 2], fail)),
      args(Foreign([1, 2, 3], cleared)), args(emptied("fetch")), args(emptied("length"))),
     (RuntimeError, "item 0 could not be retrieved.", args(vector=Foreign([1], fail))),
     (RuntimeError, "item 1 could not be retrieved.", args(vector=Foreign([1, 2], cleared))),
@@ -214,6 +219,77 @@ def test_every_form_of_the_same_data(data, dims, kind, is_complex):
             got = got.size, got._is_complex, memoryview(got).tobytes("F")
             record = tuple(record.dims), is_complex, record.tobytes()
         assert got == record
+
+
+ROADS = [
+    double, lambda items: double([items, items]), lambda items: double(vector=items),
+    lambda items: double(size=items), lambda items: setitem(double(size=(2, 2)), 0, items),
+    lambda items: setitem(double(size=(2, 2)), slice(1), items),
+]  # fmt: skip
+ERRORS = [KeyboardInterrupt, SystemExit, GeneratorExit, MemoryError, KeyError]
+
+
+@pytest.mark.parametrize("error", ERRORS)
+@pytest.mark.parametrize("road", ROADS)
+def test_what_foreign_code_raises_is_kept(road, error):
+    own = error("own")
+
+    def refuse(*_):
+        raise own
+
+    with pytest.raises(error) as caught:
+        road(Foreign([1, 2], length=refuse))
+    assert caught.value is own
+    with pytest.raises(RuntimeError if error is KeyError else error) as caught:
+        road(Foreign([1, 2], refuse))
+    assert own is (caught.value.__cause__ if error is KeyError else caught.value)
+
+
+def test_an_own_refusal_has_no_cause():
+    for size in ((2**70,), [-1]):
+        with pytest.raises(ValueError) as caught:
+            double(size=size)
+        assert caught.value.__cause__ is caught.value.__context__ is None
+
+
+LONG = [
+    lambda: double(range(2**40)), lambda: double([[[]] * 60000] * 60000),
+    lambda: logical(vector=range(2**28)), lambda: double(size=range(1, 2**31)),
+    lambda: setitem(double(size=(2, 2)), 0, range(2**40)),
+]  # fmt: skip
+
+
+@pytest.fixture
+def on_alarm():
+    before = signal.getsignal(signal.SIGALRM)
+    yield functools.partial(signal.signal, signal.SIGALRM)
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    signal.signal(signal.SIGALRM, before)
+
+
+@pytest.mark.parametrize("operation", LONG)
+def test_a_signal_handler_ends_a_long_loop(on_alarm, operation):
+    on_alarm(fail)
+    started = time.monotonic()
+    with pytest.raises(KeyError, match="own"):
+        signal.setitimer(signal.ITIMER_REAL, 0.05)
+        operation()
+    assert time.monotonic() - started < 1
+
+
+def test_a_signal_handler_changes_what_is_read(on_alarm):
+    class Alarm(Foreign):
+        # No Python code runs in it, so that the signal waits for the loop over the rows.
+        __len__ = staticmethod(functools.partial(ctypes.CDLL(None)["raise"], signal.SIGALRM))
+
+    rows = [Alarm([])] + [[] for _ in range(70000)]
+    on_alarm(lambda *_: rows.clear())
+    with pytest.raises(RuntimeError, match=NULL):
+        double(rows)
+
+
+def test_rows_without_elements_take_no_time():
+    assert double(double(size=(2**28, 0))).size == (2**28, 0)
 
 
 def test_foreign_code_takes_nothing_away():
