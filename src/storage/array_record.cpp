@@ -226,13 +226,15 @@ data::Array MDArrayWrapper::arrayFromBuffer() const
 void MDArrayWrapper::addExport()
 {
     ++m_exports;
+    m_isShapeLent = true;
 }
 
 void MDArrayWrapper::releaseExport()
 {
     if (--m_exports == 0)
     {
-        m_retired.clear();
+        m_retired = decltype(m_retired)();
+        m_isShapeLent = false;
     }
 }
 

@@ -49,8 +49,9 @@ public:
     data::Array& array();
 
     /// Gives the array new dimensions with the same number of elements. Values
-    /// keep their position in storage order. Throws with nothing changed.
-    void reshape(std::vector<Py_ssize_t> shape);
+    /// keep their position in storage order. `strides` are those of `shape`, column
+    /// by column. Throws with nothing changed.
+    void reshape(std::vector<Py_ssize_t> shape, std::vector<Py_ssize_t> strides);
 
     /// Called when a buffer export begins and ends.
     void addExport();
@@ -83,6 +84,7 @@ private:
     /// Shapes and strides from before a reshape, kept for the exports that point
     /// into them until the last export is released.
     std::vector<std::vector<Py_ssize_t>> m_retired;
+    bool m_isShapeLent = false; ///< an export may point into the present ones
 };
 
 /// Strides of a dense block, with overflow checked. Nothing if one of them can't

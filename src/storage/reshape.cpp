@@ -3,6 +3,9 @@
 #include "base/checked_size.h"
 #include "dataclient/array_factory.h"
 #include "interpreter/module_state.h"
+#include "interpreter/signals.h"
+
+#include <limits>
 
 namespace vellum
 {
@@ -13,38 +16,66 @@ constexpr const char* kBadDimensions =
 
 using Shape = std::vector<Py_ssize_t>;
 
-/// Empty with a Python error on failure.
+// What reads dimensions gives none, with a Python error, on failure.
+
+/// Also where foreign code has failed.
 Shape refuseDimensions()
 {
-    raise(PyExc_ValueError, kBadDimensions);
+    replaceError(PyExc_ValueError, kBadDimensions);
     return {};
+}
+
+Shape refuseItem(Py_ssize_t position)
+{
+    replaceError(PyExc_RuntimeError, "Item " + std::to_string(position) +
+                                         " could not be retrieved from the value passed to "
+                                         "reshape().");
+    return {};
+}
+
+/// Negative, without a Python error, if it is none.
+Py_ssize_t readDimension(PyObject* item)
+{
+    const Py_ssize_t dim = PyLong_Check(item) ? callOut(PyLong_AsSsize_t, item) : -1;
+    if (dim < 0)
+    {
+        callOut(PyErr_Clear); // an integer too large is no failure of foreign code
+    }
+    return dim;
 }
 
 Shape parseReshapeDimensions(PyObject* value)
 {
     const Py_ssize_t count =
-        value != Py_None && PySequence_Check(value) ? PySequence_Size(value) : 0;
+        value != Py_None && PySequence_Check(value) ? callOut(PySequence_Size, value) : 0;
     if (count < 2)
     {
         return refuseDimensions();
     }
+    if (count > std::numeric_limits<int>::max())
+    {
+        raise(PyExc_ValueError, kTooManyDimensions);
+        return {};
+    }
+    SignalWatch signals;
     Shape shape;
     for (Py_ssize_t i = 0; i < count; ++i)
     {
-        const PyRef item(PySequence_GetItem(value, i));
+        const PyRef item(callOut(PySequence_GetItem, value, i));
         if (!item)
         {
-            raise(PyExc_RuntimeError, "Item " + std::to_string(i) +
-                                          " could not be retrieved from the value passed to "
-                                          "reshape().");
-            return {};
+            return refuseItem(i);
         }
-        const Py_ssize_t dim = PyLong_Check(item.get()) ? PyLong_AsSsize_t(item.get()) : -1;
+        const Py_ssize_t dim = readDimension(item.get());
         if (dim < 0)
         {
             return refuseDimensions();
         }
         shape.push_back(dim);
+        if (!signals.atStep(i))
+        {
+            return {};
+        }
     }
     while (shape.size() > 2 && shape.back() == 1)
     {
@@ -60,7 +91,7 @@ Shape readDimensions(PyObject* args)
     {
         return refuseDimensions();
     }
-    const Py_ssize_t count = PySequence_Size(args);
+    const Py_ssize_t count = callOut(PySequence_Size, args);
     if (count < 1)
     {
         return refuseDimensions();
@@ -69,7 +100,7 @@ Shape readDimensions(PyObject* args)
     {
         return parseReshapeDimensions(args);
     }
-    const PyRef item(PySequence_GetItem(args, 0));
+    const PyRef item(callOut(PySequence_GetItem, args, 0));
     return item ? parseReshapeDimensions(item.get()) : refuseDimensions();
 }
 } // namespace
@@ -95,11 +126,17 @@ PyObject* reshapeArray(PyObject* self, MDArrayView& view, PyObject* args, PyObje
                                             ") does not match current number (" +
                                             std::to_string(record.m_numElems) + ").");
     }
-    if (kwds != nullptr)
+    if (kwds != nullptr && PyDict_Size(kwds) != 0)
     {
         return raise(PyExc_ValueError, "reshape() does not accept keyword arguments.");
     }
-    record.reshape(std::move(shape));
+    auto strides = contiguousStrides(shape, record.m_elemSizeInBytes, 'F');
+    if (!strides)
+    {
+        return raise(shapeErrorClass(),
+                     "strides of the requested dimensions cannot be represented.");
+    }
+    record.reshape(std::move(shape), std::move(*strides));
     Py_INCREF(self);
     return self;
 }
@@ -122,16 +159,13 @@ data::Array rebuild(data::TypedArray<T>& typed, const std::vector<std::size_t>& 
 }
 } // namespace
 
-void MDArrayWrapper::reshape(Shape shape)
+void MDArrayWrapper::reshape(Shape shape, std::vector<Py_ssize_t> strides)
 {
     // Everything that can fail before the storage is handed over.
-    auto strides = contiguousStrides(shape, m_elemSizeInBytes, 'F');
-    if (!strides)
+    if (m_isShapeLent && m_retired.capacity() - m_retired.size() < 2)
     {
-        throw AllocationError(
-            {shortNameOfArrayType(m_arrayType), static_cast<std::uint64_t>(m_numElems)});
+        m_retired.reserve(2 * m_retired.size() + 2);
     }
-    m_retired.reserve(m_retired.size() + 2);
     std::vector<std::size_t> dims(shape.begin(), shape.end());
     data::ArrayFactory factory;
     data::ArrayFactory::requireCreationFromBuffer(data::MemoryLayout::ColumnMajor);
@@ -149,13 +183,13 @@ void MDArrayWrapper::reshape(Shape shape)
             throw;
         }
     });
-    if (m_exports > 0)
+    if (std::exchange(m_isShapeLent, false))
     {
         m_retired.push_back(std::move(m_shape));
         m_retired.push_back(std::move(m_bytewiseStrides));
     }
     m_shape = std::move(shape);
-    m_bytewiseStrides = std::move(*strides);
+    m_bytewiseStrides = std::move(strides);
     m_nDim = static_cast<int>(m_shape.size());
     m_order = 'F';
     ++m_reshapes;

@@ -3,6 +3,7 @@
 import copy
 import math
 import pickle
+import time
 
 import numpy
 import pytest
@@ -19,15 +20,26 @@ def counted(*shape):
     return vellum.int16(numpy.arange(math.prod(shape)).reshape(shape).tolist())
 
 
-class Hostile(list):
+class Hostile:
+    """Fails where it is asked for its length, or for an item if it has one."""
+
+    def __init__(self, length=None, error=KeyError):
+        self.length, self.error = length, error
+
+    def __len__(self):
+        if self.length is None:
+            raise self.error
+        return self.length
+
     def __getitem__(self, position):
-        raise KeyError(position)
+        raise self.error
 
 
 @pytest.mark.parametrize("arguments, error, text", [
     *[(arguments, ValueError, NOT_DIMENSIONS) for arguments in [
-        (), (6,), ([6],), (None,), ("23",), (-1, 6), (2.0, 3), (2, 2**63), (Hostile([6]),)]],
-    ((Hostile([2, 3]),), RuntimeError,
+        (), (6,), ([6],), (None,), ("23",), (-1, 6), (2.0, 3), (2, 2**63), (Hostile(1),), (Hostile(),)]],
+    ((Hostile(2**31),), ValueError, "too many dimensions."),
+    ((Hostile(2**31 - 1),), RuntimeError,
      "Item 0 could not be retrieved from the value passed to reshape()."),
     *[(dims, vellum.ShapeError, "number of elements specified by arguments to reshape() "
        f"({product}) does not match current number (6).")
@@ -44,10 +56,33 @@ def test_refused_dimensions_change_nothing(arguments, error, text):
     assert nested(array) == [[0, 1, 2], [3, 4, 5]]
 
 
+def test_strides_that_cannot_be_represented():
+    array = vellum.double(size=(0, 3))
+    with pytest.raises(ValueError, match="keyword"):
+        array.reshape(2**62, 0, order=1)
+    with pytest.raises(vellum.ShapeError) as caught:
+        array.reshape(2**62, 0)
+    assert str(caught.value) == "strides of the requested dimensions cannot be represented."
+    assert array.size == (0, 3) and array.reshape(0, 2**62).size == (0, 2**62)
+
+
+@pytest.mark.parametrize("error", [KeyError, MemoryError, KeyboardInterrupt, SystemExit])
+@pytest.mark.parametrize("length, replacement", [(None, ValueError), (2, RuntimeError)])
+def test_what_foreign_dimensions_raise_is_the_cause_or_stands(length, replacement, error):
+    with pytest.raises((replacement, error)) as caught:
+        counted(2, 3).reshape(Hostile(length, error))
+    found = type(caught.value), type(caught.value.__cause__)
+    assert found == ((replacement, KeyError) if error is KeyError else (error, type(None)))
+    with pytest.raises(ValueError) as caught:
+        counted(2, 3).reshape(2, 2**63)
+    assert caught.value.__cause__ is None
+
+
 def test_accepted_forms_and_partial_arrays():
     array = counted(2, 3)
     assert array.reshape(True, 6) is array and memoryview(array).tolist() == [[0, 3, 1, 4, 2, 5]]
     assert array.reshape([6, 1, 1]).size == (6, 1) and array.reshape(1, 1, 6).size == (1, 1, 6)
+    assert array.reshape(3, 2, **{}).size == (3, 2) and array.reshape(1, 1, 6).size == (1, 1, 6)
     assert array[0:1].reshape((3, 2)).size == (1, 2) and nested(array) == [[0, 4], [3, 2], [1, 5]]
     assert vellum.double(size=(0, 3)).reshape(2, 0, 5).size == (2, 0, 5)
     for part in (array[0], array[0][1:], array.noncomplex()):
@@ -59,17 +94,33 @@ def test_exports_keep_their_shape_and_see_the_values():
     array = counted(2, 6)
     # Memoryviews copy the shape; this one reads the exporter's own.
     _testbuffer = pytest.importorskip("_testbuffer")
-    raw = _testbuffer.ndarray(array, getbuf=_testbuffer.PyBUF_FULL_RO)
     exports = []
     for shape in [(3, 4), (12, 1), (2, 6), (2, 2, 3), (4, 3)]:
-        exports.append((memoryview(array), array.size, numpy.asarray(array).strides))
-        array.reshape(*shape)
+        raw = _testbuffer.ndarray(array, getbuf=_testbuffer.PyBUF_FULL_RO)
+        exports.append((memoryview(array), raw, array.size, numpy.asarray(array).strides))
+        array.reshape(1, 12).reshape(*shape)
     array[3][2] = -7
-    assert (raw.shape, raw.strides) == ((2, 6), (2, 4))
-    for view, shape, strides in exports:
-        assert (view.shape, view.strides) == (shape, strides)
+    for view, raw, shape, strides in exports:
+        assert view.shape == raw.shape == shape
+        assert view.strides == raw.strides == strides
         assert view.tobytes("F") == array.tomemoryview().tobytes("F")
-    assert exports[0][0][1, 5] == raw.tolist()[1][5] == -7
+    assert exports[0][0][1, 5] == exports[0][1].tolist()[1][5] == -7
+
+
+@pytest.mark.parametrize("between", [id, lambda array: memoryview(array).release()])
+def test_a_live_export_makes_reshapes_no_slower(between):
+    array = counted(2, 3)
+
+    def seconds():
+        start = time.process_time()
+        for _ in range(10_000):
+            between(array)
+            array.reshape(3, 2)
+        return time.process_time() - start
+
+    alone = seconds()
+    export = memoryview(array)
+    assert seconds() + seconds() < 10 * alone and export.shape == (3, 2)
 
 
 # Every operation on the selected part, and what reads it as a sequence.
