@@ -8,11 +8,9 @@ namespace vellum
 {
 /// A new list, one level of nesting per dimension, outermost first, a dimension
 /// of length 0 being an empty list with nothing below it. Null with a Python
-/// error if a list or an element can't be made.
-template <class T>
-PyObject* buildList(const Selection& selection);
-
-/// The list of a view's selection.
+/// error if the view doesn't fit its record, if a list or an element can't be
+/// made, or if a signal handler raises. Collections and handlers run meanwhile:
+/// the list has the shape that the view had at the call.
 template <class T>
 PyObject* toNestedList(const MDArrayView& view);
 

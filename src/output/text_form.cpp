@@ -12,9 +12,11 @@ namespace
 template <class T>
 std::optional<std::string> textForm(const MDArrayView& view, bool withClassName)
 {
+    const bool isComplex = view.m_isComplex;
     const PyRef list(toNestedList<T>(view));
-    const PyRef listText(list ? PyObject_Str(list.get()) : nullptr);
-    const char* elements = listText ? PyUnicode_AsUTF8AndSize(listText.get(), nullptr) : nullptr;
+    const PyRef listText(list ? callOut(PyObject_Str, list.get()) : nullptr);
+    const char* elements =
+        listText ? callOut(PyUnicode_AsUTF8AndSize, listText.get(), nullptr) : nullptr;
     if (elements == nullptr)
     {
         return std::nullopt;
@@ -28,7 +30,7 @@ std::optional<std::string> textForm(const MDArrayView& view, bool withClassName)
     text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
     if (withClassName)
     {
-        text += view.m_isComplex ? ", is_complex=True)" : ")";
+        text += isComplex ? ", is_complex=True)" : ")";
     }
     return text;
 }
@@ -39,8 +41,8 @@ PyObject* textObject(const MDArrayView& view, bool withClassName)
     const auto text = visitComplexity<kind>(view.m_isComplex, [&]<class T>(std::type_identity<T>) {
         return textForm<T>(view, withClassName);
     });
-    return text ? PyUnicode_Decode(text->data(), static_cast<Py_ssize_t>(text->size()), nullptr,
-                                   nullptr)
+    return text ? callOut(PyUnicode_Decode, text->data(), static_cast<Py_ssize_t>(text->size()),
+                          nullptr, nullptr)
                 : nullptr;
 }
 } // namespace

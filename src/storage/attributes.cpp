@@ -1,5 +1,7 @@
 #include "storage/attributes.h"
 
+#include "interpreter/containers.h"
+
 namespace vellum
 {
 namespace
@@ -48,28 +50,18 @@ PyObject* arraySize(PyObject*, MDArrayView& view)
     {
         return nullptr;
     }
-    PyRef tuple(PyTuple_New(static_cast<Py_ssize_t>(lengths.size())));
-    if (!tuple)
-    {
-        return nullptr;
-    }
-    for (std::size_t k = 0; k < lengths.size(); ++k)
-    {
-        PyObject* length = PyLong_FromLong(lengths[k]);
-        if (length == nullptr)
-        {
-            return raise(PyExc_RuntimeError, "unable to construct Python object from integer.");
-        }
-        PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(k), length);
-    }
-    return tuple.release();
+    PyObject* tuple = tupleOfIntegers(std::move(lengths));
+    return tuple != nullptr ? tuple
+                            : replaceError(PyExc_RuntimeError,
+                                           "unable to construct Python object from integer.");
 }
 
 PyObject* arrayItemsize(PyObject*, MDArrayView& view)
 {
     PyObject* itemsize = PyLong_FromSsize_t(view.m_sharedMDA->m_elemSizeInBytes);
-    return itemsize != nullptr ? itemsize
-                               : raise(PyExc_RuntimeError, "unable to return size of element.");
+    return itemsize != nullptr
+               ? itemsize
+               : replaceError(PyExc_RuntimeError, "unable to return size of element.");
 }
 
 PyObject* arrayIsComplex(PyObject*, MDArrayView& view)

@@ -1,5 +1,7 @@
 #include "storage/buffer_exporter.h"
 
+#include "interpreter/containers.h"
+
 namespace vellum
 {
 namespace
@@ -79,28 +81,17 @@ PyObject* bufferInfo(PyObject*, MDArrayView& view)
     const PyRef address(
         PyLong_FromUnsignedLongLong(reinterpret_cast<std::uintptr_t>(record.m_buf)));
     const PyRef count(PyLong_FromSsize_t(record.m_numElems));
-    return address && count ? PyTuple_Pack(2, address.get(), count.get()) : nullptr;
+    return address && count ? callOut(PyTuple_Pack, 2, address.get(), count.get()) : nullptr;
 }
 
 PyObject* bytewiseStrides(PyObject*, MDArrayView& view)
 {
-    const auto& strides = view.m_sharedMDA->m_bytewiseStrides;
-    PyRef tuple(PyTuple_New(static_cast<Py_ssize_t>(strides.size())));
-    for (std::size_t k = 0; tuple && k < strides.size(); ++k)
-    {
-        PyObject* stride = PyLong_FromSsize_t(strides[k]);
-        if (stride == nullptr)
-        {
-            return nullptr;
-        }
-        PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(k), stride);
-    }
-    return tuple.release();
+    return tupleOfIntegers(view.m_sharedMDA->m_bytewiseStrides);
 }
 
 PyObject* toMemoryView(PyObject* self, MDArrayView&)
 {
-    return PyMemoryView_FromObject(self);
+    return callOut(PyMemoryView_FromObject, self);
 }
 
 } // namespace vellum
