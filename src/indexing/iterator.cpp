@@ -30,7 +30,13 @@ PyObject* iteratorItself(PyObject* self)
 
 PyObject* nextItem(PyObject* self)
 {
-    return guarded([&] { return stateOf(self)->next(); });
+    return guarded([&]() -> PyObject* {
+        if (self == nullptr || stateOf(self) == nullptr)
+        {
+            return raise(PyExc_RuntimeError, kNotInitialized);
+        }
+        return stateOf(self)->next();
+    });
 }
 
 constexpr PyTypeObject describeIteratorClass()
@@ -51,8 +57,8 @@ constinit PyTypeObject iteratorClass = describeIteratorClass();
 
 MDArrayIterator::MDArrayIterator(const MDArrayView& view)
     : m_view(view), m_depth(view.m_numberOfIntegerIndicesSoFar),
-      m_currentIndices(view.firstIndices(view.nextDimension() + 1)),
-      m_isExhausted(!view.indexIsInView(m_currentIndices)),
+      m_currentIndices(firstIndices(view.m_indices, view.nextDimension() + 1)),
+      m_isExhausted(!indexIsInView(m_currentIndices, view.m_sharedMDA->m_shape, view.m_indices)),
       m_yieldsArrays(view.m_sharedMDA->m_nDim - m_depth > 1)
 {
 }
@@ -61,13 +67,23 @@ PyObject* MDArrayIterator::next()
 {
     if (m_isExhausted)
     {
-        PyErr_SetNone(PyExc_StopIteration);
+        callOut(PyErr_SetNone, PyExc_StopIteration);
         return nullptr;
     }
-    PyRef item(currentItem());
+    /// Also where no item can be made.
+    struct MoveOn
+    {
+        MDArrayIterator& m_iterator;
+        ~MoveOn() { m_iterator.moveOn(); }
+    };
+    const MoveOn moveOnAfterwards{*this};
+    return currentItem();
+}
+
+void MDArrayIterator::moveOn() noexcept
+{
     m_isExhausted =
         !advanceIndices(m_currentIndices, m_view.m_sharedMDA->m_shape, m_view.m_indices);
-    return item.release();
 }
 
 /// Whether the position is one of the record's, which only a reshape since the
@@ -113,11 +129,11 @@ PyObject* MDArrayIterator::currentItem() const
 
 PyObject* makeIterator(PyObject*, MDArrayView& view)
 {
-    if (!view.checkFits())
+    if (!view.checkHasDimension())
     {
         return nullptr;
     }
-    PyRef object(iteratorClass.tp_alloc(&iteratorClass, 0));
+    PyRef object(callOut(iteratorClass.tp_alloc, &iteratorClass, 0));
     if (!object)
     {
         return raise(PyExc_RuntimeError, kNoInstance);

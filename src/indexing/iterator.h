@@ -19,6 +19,7 @@ public:
 
 private:
     PyObject* currentItem() const;
+    void moveOn() noexcept;
     bool checkPosition() const;
 
     MDArrayView m_view;
@@ -31,6 +32,7 @@ private:
 extern PyTypeObject iteratorClass;
 
 /// `tp_iter` of the array classes: a new `VellumPyIter` at the view's start.
+/// "too many indices." if there is no dimension to walk.
 PyObject* makeIterator(PyObject* self, MDArrayView& view);
 
 } // namespace vellum

@@ -11,7 +11,7 @@ void printPendingError()
 {
     if (PyErr_Occurred() != nullptr)
     {
-        PyErr_Print();
+        callOut(PyErr_Print);
         PyErr_Clear();
     }
 }
@@ -25,17 +25,17 @@ PyObject* toArrayArray(PyObject* self, MDArrayView& view)
         return nullptr;
     }
     const int code = kindInfo(view.m_supportedArrayEnum).m_arrayCode;
-    const PyRef arguments(Py_BuildValue("CO", code, iterator.get()));
+    const auto& record = *view.m_sharedMDA;
+    const bool isVector = record.m_nDim - view.m_numberOfIntegerIndicesSoFar == 1;
+    const PyRef arguments(callOut(Py_BuildValue, "CO", code, iterator.get()));
     if (!arguments)
     {
         printPendingError();
         return raise(PyExc_RuntimeError, "unable to set arg tuple.");
     }
-    PyRef result(PyObject_CallObject(arrayArrayClass(), arguments.get()));
+    PyRef result(callOut(PyObject_CallObject, arrayArrayClass(), arguments.get()));
     if (!result)
     {
-        const auto& record = *view.m_sharedMDA;
-        const bool isVector = record.m_nDim - view.m_numberOfIntegerIndicesSoFar == 1;
         printPendingError();
         return raise(PyExc_RuntimeError,
                      isVector ? "toarray() failed."

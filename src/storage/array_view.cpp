@@ -1,7 +1,6 @@
 #include "storage/array_view.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace vellum
 {
@@ -95,22 +94,6 @@ bool MDArrayView::integerIndices(std::vector<Py_ssize_t>& indices) const
         indices.push_back(item->m_index);
     }
     return true;
-}
-
-std::vector<Py_ssize_t> MDArrayView::firstIndices(std::size_t count) const
-{
-    return vellum::firstIndices(m_indices, count);
-}
-
-bool MDArrayView::indexIsInView(const std::vector<Py_ssize_t>& indices) const
-{
-    const auto& shape = m_sharedMDA->m_shape;
-    if (indices.size() > shape.size())
-    {
-        std::printf("numDims (%zu) >= numShapeDims (%zu)\n", indices.size(), shape.size());
-        return false;
-    }
-    return vellum::indexIsInView(indices, shape, m_indices);
 }
 
 void MDArrayView::appendIntegerItem(const IntegerIndexItem& item)

@@ -52,9 +52,6 @@ public:
     /// is a slice.
     bool integerIndices(std::vector<Py_ssize_t>& indices) const;
 
-    std::vector<Py_ssize_t> firstIndices(std::size_t count) const;
-    bool indexIsInView(const std::vector<Py_ssize_t>& indices) const;
-
     const SliceIndexItem* finalSlice() const
     {
         return m_indices.empty() ? nullptr : std::get_if<SliceIndexItem>(&m_indices.back());
