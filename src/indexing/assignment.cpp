@@ -129,7 +129,7 @@ void storeRegion(MDArrayWrapper& record, const Selection& region, const std::vec
 
 /// An integer at the last dimension.
 template <class T>
-int assignElement(const MDArrayView& view, Py_ssize_t index, PyObject* value)
+int assignElement(const Target& target, const IntegerIndexItem& item, PyObject* value)
 {
     if (value == nullptr)
     {
@@ -141,12 +141,12 @@ int assignElement(const MDArrayView& view, Py_ssize_t index, PyObject* value)
         return fail(converted.m_exceptionClass, converted.m_message);
     }
     std::vector<Py_ssize_t> indices;
-    if (!view.integerIndices(indices))
+    if (!target.holds(item) || !target.view().integerIndices(indices))
     {
         return kFailed;
     }
-    indices.push_back(index);
-    return setElement<T>(*view.m_sharedMDA, indices, converted.m_value) ? 0 : kFailed;
+    indices.push_back(item.m_index);
+    return setElement<T>(target.record(), indices, converted.m_value) ? 0 : kFailed;
 }
 
 /// An integer at an earlier dimension, or a slice at the last one: the right side
@@ -227,7 +227,7 @@ int assignAtIndex(const Target& target, Py_ssize_t index, PyObject* value)
     {
         return kFailed;
     }
-    return target.isAtLastDimension() ? assignElement<T>(view, item.m_index, value)
+    return target.isAtLastDimension() ? assignElement<T>(target, item, value)
                                       : assignSameShape<T>(target, item, value);
 }
 
@@ -263,7 +263,7 @@ int assignSubscript(PyObject*, MDArrayView& view, PyObject* key, PyObject* value
     return visitComplexity<kind>(view.m_isComplex, [&]<class T>(std::type_identity<T>) {
         if (PyLong_Check(key))
         {
-            const Py_ssize_t index = PyLong_AsSsize_t(key);
+            const Py_ssize_t index = callOut(PyLong_AsSsize_t, key);
             return index == -1 && PyErr_Occurred() != nullptr
                        ? kFailed
                        : assignAtIndex<T>(target, index, value);

@@ -70,7 +70,7 @@ PyObject* readSubscript(PyObject* self, MDArrayView& view, PyObject* key)
 {
     if (PyLong_Check(key))
     {
-        const Py_ssize_t index = PyLong_AsSsize_t(key);
+        const Py_ssize_t index = callOut(PyLong_AsSsize_t, key);
         if (index == -1 && PyErr_Occurred() != nullptr)
         {
             return nullptr;

@@ -6,12 +6,10 @@ namespace
 {
 constexpr const char* kNoFinalSlice =
     "unable to retrieve index values from slice in final position.";
+constexpr const char* kZeroStep = "slice step cannot be zero.";
 
-bool raiseZeroStep()
-{
-    raise(PyExc_ValueError, "slice step cannot be zero.");
-    return false;
-}
+/// What no step becomes: the interpreter replaces it by its successor.
+constexpr Py_ssize_t kStepNotRead = PY_SSIZE_T_MIN;
 } // namespace
 
 bool raiseRefusal(const IndexRefusal& refusal)
@@ -26,14 +24,17 @@ bool readSliceKey(PyObject* slice, Py_ssize_t len, SliceIndexItem& item)
 {
     Py_ssize_t start = 0;
     Py_ssize_t stop = 0;
-    Py_ssize_t step = 0;
-    const bool isUnpacked = PySlice_Unpack(slice, &start, &stop, &step) >= 0;
-    if (step == 0)
+    Py_ssize_t step = kStepNotRead;
+    if (callOut(PySlice_Unpack, slice, &start, &stop, &step) < 0)
     {
-        return raiseZeroStep(); // also in place of the error of a step that is no integer
-    }
-    if (!isUnpacked)
-    {
+        if (step == 0)
+        {
+            raise(PyExc_ValueError, kZeroStep);
+        }
+        else if (step == kStepNotRead)
+        {
+            replaceError(PyExc_ValueError, kZeroStep);
+        }
         return false;
     }
     const Py_ssize_t length = PySlice_AdjustIndices(len, &start, &stop, step);

@@ -1,5 +1,7 @@
 """Reading by index: far slices, the refusals, and very many dimensions."""
 
+import operator
+
 import numpy
 import pytest
 import vellum
@@ -19,7 +21,12 @@ def test_chained_slices_select_what_they_select_of_a_list(keys):
 
 
 class Indexable:
+    def __init__(self, error=None):
+        self.error = error
+
     def __index__(self):
+        if self.error:
+            raise self.error
         return 1
 
 
@@ -38,6 +45,21 @@ def test_refused_keys(key, error, text):
         with pytest.raises(error) as caught:
             array[key]
         assert str(caught.value) == text and type(caught.value) is error
+
+
+@pytest.mark.parametrize("error", [KeyError, ValueError, MemoryError, KeyboardInterrupt])
+@pytest.mark.parametrize("use", [operator.getitem, lambda *place: operator.setitem(*place, [1])])
+def test_what_a_slice_member_raises_is_the_cause_or_stands(use, error):
+    row = vellum.int32([1, 2, 3])[0]
+    for key in (slice(Indexable(error), None), slice(None, None, Indexable(error))):
+        with pytest.raises((error, ValueError)) as caught:
+            use(row, key)
+        stands = key.step is None or error in (MemoryError, KeyboardInterrupt)
+        found = type(caught.value), type(caught.value.__cause__)
+        assert found == ((error, type(None)) if stands else (ValueError, error))
+    with pytest.raises(ValueError) as caught:
+        use(row, slice(None, None, 0))
+    assert caught.value.__cause__ is None
 
 
 def test_a_part_shares_the_record_and_outlives_its_source():
