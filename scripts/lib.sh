@@ -90,6 +90,7 @@ import_name() { printf '%s' "${module_import[$1]:-$1}"; }
 
 # How a package is recognised where no package manager can be asked.
 declare -A package_file=(
+    [clang]=/usr/bin/clang++
     [clang-format]=/usr/bin/clang-format
     [clang-tidy]=/usr/bin/clang-tidy
     [cmake]=/usr/bin/cmake
@@ -209,14 +210,16 @@ prepare_virtual_environment() {
 
 # --- Building and running -----------------------------------------------------
 
-# A cache that was made for another place, interpreter or generator would be
-# refused or, worse, used.
+compiler=/usr/bin/g++ # a script may name another
+
+# A cache that was made for another place, interpreter, compiler or generator
+# would be refused or, worse, used.
 drop_foreign_cache() { # folder
     local cache=$1/CMakeCache.txt
     [[ -e $cache ]] || return 0
     if ! grep -qx "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$cache" ||
         ! grep -qx "CMAKE_GENERATOR:INTERNAL=Ninja" "$cache" ||
-        ! grep -qx "CMAKE_CXX_COMPILER:[A-Z]*=/usr/bin/g++" "$cache" ||
+        ! grep -qx "CMAKE_CXX_COMPILER:[A-Z]*=$compiler" "$cache" ||
         ! grep -qx "Python_EXECUTABLE:[A-Z]*=$python" "$cache"; then
         rm -rf "$cache" "$1/CMakeFiles"
     fi
@@ -225,7 +228,7 @@ drop_foreign_cache() { # folder
 configure() { # folder, arguments for CMake
     drop_foreign_cache "$1"
     /usr/bin/cmake -S . -B "$1" -G Ninja -DCMAKE_MAKE_PROGRAM=/usr/bin/ninja \
-        -DCMAKE_CXX_COMPILER=/usr/bin/g++ -DPython_EXECUTABLE="$python" "${@:2}"
+        -DCMAKE_CXX_COMPILER="$compiler" -DPython_EXECUTABLE="$python" "${@:2}"
 }
 
 # Two scripts that use one folder build in it one after the other.

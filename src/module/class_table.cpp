@@ -74,6 +74,11 @@ template <SupportedArrayEnum kind>
 constinit PyMappingMethods arrayMapping = {slot<arrayLength>, slot<readSubscript<kind>>,
                                            slot<assignSubscript<kind>>};
 
+// What nothing but a constant evaluation names, clang 14 doesn't instantiate: the
+// slots without a kind are named here.
+constexpr richcmpfunc compareSlot = slot<compareArrays>;
+constexpr getiterfunc iterateSlot = slot<makeIterator>;
+
 template <SupportedArrayEnum kind>
 constexpr PyTypeObject describeArrayClass()
 {
@@ -86,8 +91,8 @@ constexpr PyTypeObject describeArrayClass()
     type.tp_str = slot<arrayStr<kind>>;
     type.tp_as_buffer = &arrayBuffer;
     type.tp_flags = Py_TPFLAGS_DEFAULT;
-    type.tp_richcompare = slot<compareArrays>;
-    type.tp_iter = slot<makeIterator>;
+    type.tp_richcompare = compareSlot;
+    type.tp_iter = iterateSlot;
     type.tp_methods = arrayMethods;
     type.tp_getset = arrayAttributes;
     type.tp_new = newArray<kind>;
