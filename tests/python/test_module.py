@@ -6,6 +6,7 @@ import sys
 import types
 import weakref
 
+import hillshade
 import oracle
 import pytest
 import vellum
@@ -71,6 +72,13 @@ def test_iterator_class():
     iterator = iter(module.double([1]))
     assert iter(iterator) is iterator and type(iterator) is module.VellumPyIter
     assert repr(module.VellumPyIter) == "<class 'VellumPyIter'>"
+
+
+@pytest.mark.parametrize("extension", [module, hillshade])
+def test_entry_point_is_the_only_dynamic_symbol(extension):
+    command = ["nm", "--dynamic", "--defined-only", extension.__file__]
+    symbols = subprocess.run(command, env={}, stdout=-1, text=True, check=True).stdout
+    assert [line.split()[-1] for line in symbols.splitlines()] == [f"PyInit_{extension.__name__}"]
 
 
 @pytest.mark.parametrize("stand_in", ["None", "sys", "types.SimpleNamespace(array=5)"])
