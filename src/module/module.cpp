@@ -12,10 +12,6 @@ namespace vellum
 {
 namespace
 {
-PyObject* theShapeError = nullptr;
-PyObject* theSizeError = nullptr;
-PyObject* theArrayArrayClass = nullptr;
-
 PyMethodDef noFunctions[] = {{nullptr, nullptr, 0, nullptr}};
 
 PyModuleDef moduleDefinition = {
@@ -36,37 +32,14 @@ void writeLine(const char* text)
     std::fflush(stderr);
 }
 
-/// The reference is kept for the life of the process.
-void findArrayArrayClass()
-{
-    const PyRef module(PyImport_ImportModule("array"));
-    if (!module)
-    {
-        raise(PyExc_RuntimeError, "unable to import array module.");
-        return;
-    }
-    PyRef found(PyObject_GetAttrString(module.get(), "array"));
-    if (!found)
-    {
-        raise(PyExc_RuntimeError, "unable to retrieve array.array class.");
-        return;
-    }
-    if (!PyCallable_Check(found.get()))
-    {
-        raise(PyExc_RuntimeError, "array.array class is not callable.");
-        return;
-    }
-    theArrayArrayClass = found.release();
-}
-
 /// Adds an object with a reference of the module's own. A failure isn't examined
 /// here: the import ends with the error that it sets.
 void addObject(PyObject* module, const char* name, PyObject* object)
 {
-    Py_XINCREF(object);
-    if (PyModule_AddObject(module, name, object) < 0)
+    PyRef reference = PyRef::fromBorrowed(object);
+    if (callOut(PyModule_AddObject, module, name, object) == 0)
     {
-        Py_XDECREF(object);
+        reference.release(); // the module has it now
     }
 }
 
@@ -82,14 +55,14 @@ void addClasses(PyObject* module)
         PyTypeObject& type = arrayClass(static_cast<SupportedArrayEnum>(k));
         type.tp_doc = kKindTable[k].m_shortName;
         type.tp_name = kKindTable[k].m_className;
-        if (PyType_Ready(&type) < 0)
+        if (callOut(PyType_Ready, &type) < 0)
         {
             writeLine("Could not initialize type.");
             return;
         }
         addClass(module, kKindTable[k].m_shortName, type);
     }
-    if (PyType_Ready(&iteratorClass) < 0)
+    if (callOut(PyType_Ready, &iteratorClass) < 0)
     {
         writeLine("Could not initialize VellumPyIter_Type.");
         return;
@@ -97,32 +70,26 @@ void addClasses(PyObject* module)
     addClass(module, "VellumPyIter", iteratorClass);
 }
 
-/// The module attribute holds the reference; the pointer itself holds none.
-void addException(PyObject* module, const char* name, const char* dottedName, PyObject*& pointer)
+/// Null with a Python error, or the module: with an error pending too, where it
+/// lacks a class.
+PyObject* makeModule()
 {
-    const PyRef exception(PyErr_NewException(dottedName, nullptr, nullptr));
-    pointer = exception.get();
-    addObject(module, name, exception.get());
-}
-
-PyObject* createModule()
-{
-    findArrayArrayClass();
-    // An error of the step above makes the import fail at its end; the steps
-    // below go on without it.
-    const SavedError pending;
-    PyRef module(PyModule_Create2(&moduleDefinition, PYTHON_API_VERSION));
+    PyRef module(callOut(PyModule_Create2, &moduleDefinition, PYTHON_API_VERSION));
     if (!module)
     {
         writeLine("Could not initialize module.");
         return nullptr;
     }
     addClasses(module.get());
-    // The same for an error of the classes: the exceptions couldn't be made while
-    // it stands.
+    // An error of the classes makes the import fail at its end; the exceptions
+    // couldn't be made while it stands.
     const SavedError pendingOfClasses;
-    addException(module.get(), "ShapeError", "vellumexceptions.ShapeError", theShapeError);
-    addException(module.get(), "SizeError", "vellumexceptions.SizeError", theSizeError);
+    if (!makeExceptionClasses())
+    {
+        return nullptr;
+    }
+    addObject(module.get(), "ShapeError", shapeErrorClass());
+    addObject(module.get(), "SizeError", sizeErrorClass());
     const PyRef capsule(PyCapsule_New(&capsuleTable, kCapsuleName, nullptr));
     if (!capsule)
     {
@@ -131,20 +98,23 @@ PyObject* createModule()
     addObject(module.get(), "_capi", capsule.get());
     return module.release();
 }
-} // namespace
 
-PyObject* shapeErrorClass()
+/// Without `array.array` there is no module, though all the rest is attempted:
+/// the classes can be reached without it, and must be whole.
+PyObject* createModule()
 {
-    return theShapeError;
+    if (findArrayArrayClass())
+    {
+        return makeModule();
+    }
+    SavedError firstError;
+    {
+        const PyRef unusable(makeModule());
+    }
+    firstError.restore();
+    return nullptr;
 }
-PyObject* sizeErrorClass()
-{
-    return theSizeError;
-}
-PyObject* arrayArrayClass()
-{
-    return theArrayArrayClass;
-}
+} // namespace
 
 } // namespace vellum
 

@@ -33,6 +33,10 @@ PyObject* toArrayArray(PyObject* self, MDArrayView& view)
         printPendingError();
         return raise(PyExc_RuntimeError, "unable to set arg tuple.");
     }
+    if (arrayArrayClass() == nullptr)
+    {
+        return raise(PyExc_RuntimeError, kNoArrayArrayClass);
+    }
     PyRef result(callOut(PyObject_CallObject, arrayArrayClass(), arguments.get()));
     if (!result)
     {

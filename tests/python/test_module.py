@@ -1,8 +1,10 @@
 """The module and its classes as Python sees them."""
 
+import importlib.util
 import struct
 import subprocess
 import sys
+import textwrap
 import types
 import weakref
 
@@ -81,8 +83,75 @@ def test_entry_point_is_the_only_dynamic_symbol(extension):
     assert [line.split()[-1] for line in symbols.splitlines()] == [f"PyInit_{extension.__name__}"]
 
 
-@pytest.mark.parametrize("stand_in", ["None", "sys", "types.SimpleNamespace(array=5)"])
-def test_import_fails_without_the_array_class(stand_in):
-    program = f"import sys, types; sys.modules['array'] = {stand_in}; import {module.__name__}"
-    run = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True)
-    assert run.returncode == 1 and "raised unreported exception" in run.stderr
+def test_second_module_out_of_the_same_file_shares_the_exceptions():
+    spec = importlib.util.spec_from_file_location(f"again.{module.__name__}", module.__file__)
+    again = importlib.util.module_from_spec(spec)
+    for name in ("double", "ShapeError", "SizeError"):
+        assert getattr(again, name) is getattr(module, name)
+    with pytest.raises(vellum.SizeError):
+        again.double([[1, 2, 3]], size=(3, 1))
+
+
+def run(program, *arguments):
+    command = [sys.executable, "-c", textwrap.dedent(program), *arguments]
+    process = subprocess.run(command, capture_output=True, text=True)
+    assert (process.returncode, process.stderr) == (0, "")
+    return process.stdout.split("\n")
+
+
+def test_object_that_outlives_the_module_raises_its_exceptions():
+    assert run("""
+        import contextvars, os, vellum
+
+        class Late:
+            def __init__(self):
+                self.reshape = vellum.double([[1, 2]]).reshape
+
+            def __del__(self, Exception=Exception, type=type, write=os.write):
+                try:
+                    self.reshape(5, 5)
+                except Exception as error:
+                    write(1, type(error).__name__.encode())
+
+        contextvars.ContextVar("late").set(Late())
+        """) == ["ShapeError"]
+
+
+@pytest.mark.parametrize("stand_in, error, cause", [
+    ("None", "RuntimeError: unable to import array module.", "ModuleNotFoundError"),
+    ("sys", "RuntimeError: unable to retrieve array.array class.", "AttributeError"),
+    ("types.SimpleNamespace(array=5)", "RuntimeError: array.array class is not callable.",
+     "NoneType"),
+    ("Interrupting()", "KeyboardInterrupt: by hand", "NoneType"),
+])  # fmt: skip
+def test_import_without_the_array_class(stand_in, error, cause):
+    assert run("""
+        import sys, types
+        stand_in, name = sys.argv[1:]
+
+        class Interrupting:
+            @property
+            def array(self):
+                raise KeyboardInterrupt("by hand")
+
+        def show(call):
+            try:
+                call()
+            except BaseException as error:
+                print(f"{type(error).__name__}: {error}", type(error.__cause__).__name__)
+
+        sys.modules["array"] = eval(stand_in)
+        show(lambda: __import__(name))
+        cls = [c for c in object.__subclasses__() if repr(c) == "<class 'vellum.double'>"][0]
+        show(cls([[1, 2]])[0].toarray)
+        show(lambda: cls([[1, 2]], size=(2, 1)))
+        del sys.modules["array"]
+        print(__import__(name).double is cls, cls([[1, 2]])[0].toarray())
+        """, stand_in, module.__name__) == [
+            f"{error} {cause}",
+            "RuntimeError: unable to retrieve array.array class. NoneType",
+            "SizeError: dimensions of initializer (1, 2) do not match dimensions"
+            " specified by 'size' (2, 1). NoneType",
+            "True array('d', [1.0, 2.0])",
+            "",
+        ]  # fmt: skip
