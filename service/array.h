@@ -36,7 +36,7 @@ public:
     service::Buffer takeElements();
 
 private:
-    ArrayTypeCode m_type = service::noElementType;
+    ArrayTypeCode m_type = service::kNoElementType;
     std::size_t m_width = 0;
     service::Shape m_shape;
     service::Buffer m_elements; // null only without content

@@ -68,7 +68,7 @@ Code array_release_buffer(ArrayImpl* array, bool soleOwner, void** buffer, Buffe
     return answer([&] {
         requireArguments(array, buffer, deleter);
         Buffer elements = soleOwner ? array->takeElements() : array->copyElements();
-        *deleter = elements.get_deleter().function;
+        *deleter = elements.get_deleter().m_function;
         *buffer = elements.release();
     });
 }

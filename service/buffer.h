@@ -10,8 +10,8 @@ namespace vellum::data::service
 {
 struct CallDeleter
 {
-    BufferDeleter function = nullptr;
-    void operator()(void* elements) const { function(elements); }
+    BufferDeleter m_function = nullptr;
+    void operator()(void* elements) const { m_function(elements); }
 };
 
 /// Owns a buffer and frees it with the deleter it came with.

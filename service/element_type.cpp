@@ -10,11 +10,11 @@ namespace
 {
 struct ElementType
 {
-    std::size_t width; // 0: no element has this type
-    bool isComplex;
+    std::size_t m_width; ///< 0: no element has this type
+    bool m_isComplex;
 };
 
-constexpr std::array<ElementType, 23> elementTypes{{
+constexpr std::array<ElementType, 23> kElementTypes{{
     {1, false}, // logical
     {2, false}, // 16-bit character
     {0, false}, // none
@@ -42,23 +42,23 @@ constexpr std::array<ElementType, 23> elementTypes{{
 
 constexpr ElementType lookUp(ArrayTypeCode type) noexcept
 {
-    if (type < 0 || static_cast<std::size_t>(type) >= elementTypes.size())
+    if (type < 0 || static_cast<std::size_t>(type) >= kElementTypes.size())
     {
-        return elementTypes[noElementType];
+        return kElementTypes[kNoElementType];
     }
-    return elementTypes[static_cast<std::size_t>(type)];
+    return kElementTypes[static_cast<std::size_t>(type)];
 }
 } // namespace
 
 std::size_t elementWidth(ArrayTypeCode type)
 {
-    const std::size_t width = lookUp(type).width;
-    require(width != 0, Status::arrayTypeMismatch);
+    const std::size_t width = lookUp(type).m_width;
+    require(width != 0, Status::ArrayTypeMismatch);
     return width;
 }
 
 bool isComplexType(ArrayTypeCode type) noexcept
 {
-    return lookUp(type).isComplex;
+    return lookUp(type).m_isComplex;
 }
 } // namespace vellum::data::service

@@ -8,7 +8,7 @@
 namespace vellum::data::service
 {
 /// The type of an array without content; no element has it.
-inline constexpr ArrayTypeCode noElementType = 2;
+inline constexpr ArrayTypeCode kNoElementType = 2;
 
 /// Bytes of one element, both parts of a complex one. A type that no element
 /// can have is an array type mismatch.

@@ -21,8 +21,8 @@ namespace vellum::data::service::operations
 {
 namespace
 {
-constexpr MemoryLayoutCode columnMajorLayout = 0;
-constexpr MemoryLayoutCode rowMajorLayout = 1;
+constexpr MemoryLayoutCode kColumnMajorLayout = 0;
+constexpr MemoryLayoutCode kRowMajorLayout = 1;
 } // namespace
 
 Code array_factory_new(ArrayFactoryImpl** factory)
@@ -69,7 +69,7 @@ Code array_factory_create_buffer(ArrayFactoryImpl* factory, void** buffer, Buffe
     return answer([&] {
         requireArguments(factory, buffer, deleter);
         Buffer elements = allocateBuffer(byteCount(elementCount, elementWidth(type)));
-        *deleter = elements.get_deleter().function;
+        *deleter = elements.get_deleter().m_function;
         *buffer = elements.release();
     });
 }
@@ -79,7 +79,7 @@ Code array_factory_create_from_buffer(ArrayFactoryImpl* factory, ArrayTypeCode t
                                       BufferDeleter deleter, ArrayImpl** array)
 {
     return array_factory_create_from_buffer_with_layout(factory, type, dims, dimCount, buffer,
-                                                        deleter, array, columnMajorLayout);
+                                                        deleter, array, kColumnMajorLayout);
 }
 
 Code array_factory_create_from_buffer_with_layout(ArrayFactoryImpl* factory, ArrayTypeCode type,
@@ -91,11 +91,11 @@ Code array_factory_create_from_buffer_with_layout(ArrayFactoryImpl* factory, Arr
     Buffer elements = adoptBuffer(buffer, deleter);
     return answer([&] {
         requireArguments(factory, buffer, array);
-        require(layout == columnMajorLayout || layout == rowMajorLayout, Status::layoutMismatch);
+        require(layout == kColumnMajorLayout || layout == kRowMajorLayout, Status::LayoutMismatch);
         const std::size_t width = elementWidth(type);
         Shape shape(dims, dimCount);
         byteCount(shape.elementCount(), width); // refuses what no buffer can hold
-        if (layout == rowMajorLayout)
+        if (layout == kRowMajorLayout)
         {
             elements = rowToColumnMajor(shape, width, std::move(elements));
         }

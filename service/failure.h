@@ -12,19 +12,19 @@ namespace vellum::data::service
 /// The codes that this service answers with.
 enum class Status : Code
 {
-    success = 0,
-    invalidIndex = 1,
-    dataTypeMismatch = 8,
-    arrayTypeMismatch = 9,
-    outOfMemory = 19,
-    systemError = 20,
-    layoutMismatch = 23,
-    tooManyElements = 26,
+    Success = 0,
+    InvalidIndex = 1,
+    DataTypeMismatch = 8,
+    ArrayTypeMismatch = 9,
+    OutOfMemory = 19,
+    SystemError = 20,
+    LayoutMismatch = 23,
+    TooManyElements = 26,
 };
 
 struct Failure
 {
-    Status status;
+    Status m_status;
 };
 
 inline void require(bool condition, Status otherwise)
@@ -39,28 +39,28 @@ inline void require(bool condition, Status otherwise)
 template <class... Pointers>
 void requireArguments(const Pointers*... arguments)
 {
-    require((... && (arguments != nullptr)), Status::systemError);
+    require((... && (arguments != nullptr)), Status::SystemError);
 }
 
 template <class Work>
 Code answer(Work&& work) noexcept
 {
-    Status status = Status::success;
+    Status status = Status::Success;
     try
     {
         work();
     }
     catch (const Failure& failure)
     {
-        status = failure.status;
+        status = failure.m_status;
     }
     catch (const std::bad_alloc&)
     {
-        status = Status::outOfMemory;
+        status = Status::OutOfMemory;
     }
     catch (...)
     {
-        status = Status::systemError;
+        status = Status::SystemError;
     }
     return static_cast<Code>(status);
 }

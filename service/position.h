@@ -11,13 +11,13 @@ namespace vellum::data::service
 {
 struct Position
 {
-    ArrayTypeCode type;
-    std::byte* address;
-    bool hasElement; // false behind the last element
+    ArrayTypeCode m_type;
+    std::byte* m_address;
+    bool m_hasElement; ///< false behind the last element
 
     Position(const impl::ArrayImpl& array, std::size_t elementNumber) noexcept
-        : type(array.type()), address(array.address(elementNumber)),
-          hasElement(elementNumber < array.shape().elementCount())
+        : m_type(array.type()), m_address(array.address(elementNumber)),
+          m_hasElement(elementNumber < array.shape().elementCount())
     {
     }
 };

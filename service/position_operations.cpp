@@ -13,16 +13,16 @@ namespace
 {
 struct ComplexParts
 {
-    std::byte* real;
-    std::byte* imaginary;
-    std::size_t width; // of one part
+    std::byte* m_real;
+    std::byte* m_imaginary;
+    std::size_t m_width; ///< of one part
 };
 
 ComplexParts complexParts(const Position& position)
 {
-    require(isComplexType(position.type), Status::dataTypeMismatch);
-    const std::size_t width = elementWidth(position.type) / 2;
-    return {position.address, position.address + width, width};
+    require(isComplexType(position.m_type), Status::DataTypeMismatch);
+    const std::size_t width = elementWidth(position.m_type) / 2;
+    return {position.m_address, position.m_address + width, width};
 }
 } // namespace
 
@@ -30,7 +30,7 @@ Code array_get_reference(ArrayImpl* array, std::size_t elementNumber, ReferenceI
 {
     return answer([&] {
         requireArguments(array, reference);
-        require(elementNumber < array->shape().elementCount(), Status::invalidIndex);
+        require(elementNumber < array->shape().elementCount(), Status::InvalidIndex);
         *reference = new ReferenceImpl(Position(*array, elementNumber));
     });
 }
@@ -58,7 +58,7 @@ void iterator_get_pointer(IteratorImpl* iterator, void** element)
 {
     if (iterator != nullptr && element != nullptr)
     {
-        *element = iterator->position().address;
+        *element = iterator->position().m_address;
     }
 }
 
@@ -76,8 +76,8 @@ Code reference_get_complex_parts(ReferenceImpl* reference, void** real, void** i
     return answer([&] {
         requireArguments(reference, real, imaginary);
         const ComplexParts parts = complexParts(reference->position());
-        *real = parts.real;
-        *imaginary = parts.imaginary;
+        *real = parts.m_real;
+        *imaginary = parts.m_imaginary;
     });
 }
 
@@ -87,11 +87,11 @@ Code reference_set_complex_value(ReferenceImpl* reference, ArrayTypeCode type, c
     return answer([&] {
         requireArguments(reference, real, imaginary);
         const Position& position = reference->position();
-        require(type == position.type, Status::dataTypeMismatch);
-        require(position.hasElement, Status::invalidIndex);
+        require(type == position.m_type, Status::DataTypeMismatch);
+        require(position.m_hasElement, Status::InvalidIndex);
         const ComplexParts parts = complexParts(position);
-        std::memcpy(parts.real, real, parts.width);
-        std::memcpy(parts.imaginary, imaginary, parts.width);
+        std::memcpy(parts.m_real, real, parts.m_width);
+        std::memcpy(parts.m_imaginary, imaginary, parts.m_width);
     });
 }
 

@@ -11,7 +11,7 @@ namespace
 {
 std::size_t checkedProduct(std::size_t a, std::size_t b)
 {
-    require(b == 0 || a <= std::numeric_limits<std::size_t>::max() / b, Status::tooManyElements);
+    require(b == 0 || a <= std::numeric_limits<std::size_t>::max() / b, Status::TooManyElements);
     return a * b;
 }
 

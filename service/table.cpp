@@ -7,8 +7,8 @@ namespace
 {
 struct Row
 {
-    int index;
-    void* function;
+    int m_index;
+    void* m_function;
 };
 
 template <class Operation>
@@ -54,9 +54,9 @@ void* findFunction(int index) noexcept
     };
     for (const Row& entry : table)
     {
-        if (entry.index == index)
+        if (entry.m_index == index)
         {
-            return entry.function;
+            return entry.m_function;
         }
     }
     return nullptr;
