@@ -1,20 +1,24 @@
 #include "construction/buffer_input.h"
 
 #include "interpreter/buffer_export.h"
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
+#include <algorithm>
 #include <cstring>
+#include <string>
 
 namespace vellum
 {
 namespace
 {
-constexpr const char* kUneven = "input does not fit evenly into output type.";
-
-bool fail(const std::string& text)
+[[noreturn]] void refuse(const std::string& text)
 {
     raise(PyExc_BufferError, text);
-    return false;
+}
+
+[[noreturn]] void refuseUneven()
+{
+    refuse("input does not fit evenly into output type.");
 }
 
 /// "l" and "L" stand for the 32-bit or the 64-bit kind, as the platform that
@@ -28,78 +32,54 @@ bool formatMatches(char format, char expected, Py_ssize_t itemsize)
     case 'l':
         return expected == (itemsize == 4 ? 'i' : 'q');
     default:
-        return false;
+        return format == expected;
     }
 }
 
-template <class T>
-bool checkFormat(const Py_buffer& buffer)
+void checkFormat(const Py_buffer& buffer, const ElementType& type)
 {
-    constexpr bool isComplex = ElementTraits<T>::kIsComplex;
-    constexpr const KindInfo& kind = kKindInfoOf<T>;
     if (buffer.format == nullptr || buffer.format[0] == '\0')
     {
-        return fail("input 'format' field is null.");
+        refuse("input 'format' field is null.");
     }
     const std::string format = buffer.format;
-    if (isComplex && format[0] != 'Z')
+    if (type.m_isComplex && format[0] != 'Z')
     {
-        return fail("input buffer format ('" + format +
-                    "') does not begin with 'Z', but output type is complex");
+        refuse("input buffer format ('" + format +
+               "') does not begin with 'Z', but output type is complex");
     }
-    const char code = buffer.format[isComplex ? 1 : 0];
-    if (code != kind.m_arrayCode && !formatMatches(code, kind.m_arrayCode, buffer.itemsize))
+    const char code = buffer.format[type.m_isComplex ? 1 : 0];
+    const char expected = type.kind().m_arrayCode;
+    if (!formatMatches(code, expected, buffer.itemsize))
     {
-        const std::string output{kind.m_arrayCode};
-        return fail("input buffer format ('" + format +
-                    "') is not compatible with output format ('" + (isComplex ? "Z" : "") + output +
-                    "'); use a different input or output type");
-    }
-    return true;
-}
-
-template <class T>
-void stageBytes(MDArrayBuilder<T>& builder, const Py_buffer& buffer, std::size_t count)
-{
-    if constexpr (std::is_same_v<T, bool>)
-    {
-        const auto* bytes = static_cast<const unsigned char*>(buffer.buf);
-        for (std::size_t i = 0; i < count; ++i)
-        {
-            builder.m_values.push_back(bytes[i] != 0);
-        }
-    }
-    else
-    {
-        builder.m_values.resize(count);
-        if (count != 0)
-        {
-            std::memcpy(static_cast<void*>(builder.m_values.data()), buffer.buf, count * sizeof(T));
-        }
+        refuse("input buffer format ('" + format + "') is not compatible with output format ('" +
+               (type.m_isComplex ? "Z" : "") + expected +
+               "'); use a different input or output type");
     }
 }
 
 /// The lengths as the exporter gives them; none if it gives none where none are
 /// needed.
-bool readLengths(const Py_buffer& buffer, Dimensions& lengths)
+Dimensions readLengths(const Py_buffer& buffer)
 {
     if (buffer.ndim < 0 || buffer.ndim > PyBUF_MAX_NDIM)
     {
-        return fail(kUneven);
+        refuseUneven();
     }
-    if (buffer.shape == nullptr)
+    if (buffer.shape == nullptr && buffer.ndim > 1)
     {
-        return buffer.ndim < 2 || fail("shape is null.");
+        refuse("shape is null.");
     }
-    for (int k = 0; k < buffer.ndim; ++k)
+    Dimensions lengths;
+    for (int k = 0; buffer.shape != nullptr && k < buffer.ndim; ++k)
     {
         if (buffer.shape[k] < 0)
         {
-            return fail(kUneven);
+            refuseUneven();
         }
         lengths.push_back(static_cast<std::uint64_t>(buffer.shape[k]));
     }
-    return true;
+    return lengths;
 }
 
 /// Whether items of that size and that number make up the bytes of the export.
@@ -121,16 +101,12 @@ bool agreesWithLength(const Py_buffer& buffer, const Dimensions& lengths)
 
 /// Takes the dimensions of an export of `count` elements, after a test of all that
 /// it says of them.
-bool takeDimensions(BuilderDimensions& builder, const Py_buffer& buffer, std::uint64_t count)
+void takeDimensions(MDArrayBuilder& builder, const Py_buffer& buffer, std::uint64_t count)
 {
-    Dimensions lengths;
-    if (!readLengths(buffer, lengths))
-    {
-        return false;
-    }
+    Dimensions lengths = readLengths(buffer);
     if (!agreesWithLength(buffer, lengths))
     {
-        return fail(kUneven);
+        refuseUneven();
     }
     if (buffer.ndim == 1)
     {
@@ -138,40 +114,46 @@ bool takeDimensions(BuilderDimensions& builder, const Py_buffer& buffer, std::ui
     }
     else if (buffer.ndim > 1 && buffer.strides == nullptr)
     {
-        return fail("strides or itemsize of input buffer are missing.");
+        refuse("strides or itemsize of input buffer are missing.");
     }
     else if (checkedProduct(lengths) != count)
     {
-        return fail(kUneven);
+        refuseUneven();
     }
     // The request made it contiguous in one order or the other. The first stride
     // alone doesn't tell which: that of a dimension of length 1 can be anything.
     builder.m_isColumnMajor = buffer.ndim > 1 && PyBuffer_IsContiguous(&buffer, 'F') != 0;
     builder.m_initializerDims = lengths.empty() ? Dimensions{1} : std::move(lengths);
-    return true;
+}
+
+void copyBytes(const Py_buffer& buffer, const ElementType& type, char* elements)
+{
+    const auto* bytes = static_cast<const unsigned char*>(buffer.buf);
+    if (type.m_kind == SupportedArrayEnum::Logical)
+    {
+        std::transform(bytes, bytes + buffer.len, elements,
+                       [](unsigned char byte) { return static_cast<char>(byte != 0); });
+    }
+    else if (buffer.len != 0)
+    {
+        std::memcpy(elements, bytes, static_cast<std::size_t>(buffer.len));
+    }
 }
 
 /// Exporters can be wrong about their memory: nothing is reserved or read before
 /// all that they say has been held against each other.
-template <class T>
-bool copyBufferToValues(MDArrayBuilder<T>& builder, const Py_buffer& buffer)
+void copyBufferToValues(MDArrayBuilder& builder, const Py_buffer& buffer)
 {
-    if (!checkFormat<T>(buffer))
-    {
-        return false;
-    }
-    constexpr auto width = static_cast<Py_ssize_t>(sizeof(T));
+    checkFormat(buffer, builder.m_type);
+    const auto width = static_cast<Py_ssize_t>(builder.m_type.m_width);
     if (buffer.len < 0 || buffer.len % width != 0 || (buffer.len != 0 && buffer.buf == nullptr))
     {
-        return fail(kUneven);
+        refuseUneven();
     }
     const auto count = static_cast<std::size_t>(buffer.len / width);
-    if (!takeDimensions(builder, buffer, count) || !builder.reserveValues(count))
-    {
-        return false;
-    }
-    stageBytes(builder, buffer, count);
-    return true;
+    takeDimensions(builder, buffer, count);
+    builder.reserveValues(count);
+    copyBytes(buffer, builder.m_type, builder.appendElements(count));
 }
 
 /// Subclasses included: numpy's `float64` is a `float` that exports a buffer.
@@ -182,27 +164,21 @@ bool isNumber(PyObject* value)
 
 } // namespace
 
-bool takesBufferRoad(PyObject* value)
+bool isBufferInput(PyObject* value)
 {
     const PyBufferProcs* procs = Py_TYPE(value)->tp_as_buffer;
     const bool isExporter = procs != nullptr && procs->bf_getbuffer != nullptr;
     return isExporter && !isArrayObject(value) && !isNumber(value);
 }
 
-template <class T>
-bool readBufferInitializer(MDArrayBuilder<T>& builder, PyObject* value)
+void readBufferInitializer(MDArrayBuilder& builder, PyObject* value)
 {
     const BufferExport exported(value, PyBUF_FORMAT | PyBUF_ANY_CONTIGUOUS);
     if (!exported.isHeld())
     {
         replaceError(PyExc_BufferError, "unable to retrieve buffer.");
-        return false;
     }
-    return copyBufferToValues(builder, exported.get());
+    copyBufferToValues(builder, exported.get());
 }
-
-#define VELLUM_INSTANTIATE(T) template bool readBufferInitializer<T>(MDArrayBuilder<T>&, PyObject*);
-VELLUM_FOR_EACH_ELEMENT(VELLUM_INSTANTIATE)
-#undef VELLUM_INSTANTIATE
 
 } // namespace vellum

@@ -1,20 +1,21 @@
-/// The buffer road: an initializer that exports the buffer protocol is taken
-/// over in one copy, after a strict test of its format. No conversion is made.
+/// An initializer that exports the buffer protocol is taken over in one copy, after
+/// a strict test of all that it says of itself. No conversion is made.
 #pragma once
+
+#include <Python.h>
 
 #include "construction/array_builder.h"
 
 namespace vellum
 {
-/// Whether `value` takes this road: its type exports buffers, is none of the array
-/// classes, and `value` is no number. A number takes the walk, as it does in a list.
-bool takesBufferRoad(PyObject* value);
+/// Whether `value` is read as a buffer: its type exports buffers, is none of the
+/// array classes, and `value` is no number. A number is converted as in a list.
+bool isBufferInput(PyObject* value);
 
-/// Stages the elements that `value` exports, in its own order, and records its
-/// shape and whether that order is column-major. Nothing is shared with the
-/// source afterwards. False: a `BufferError` or `MemoryError` is set, or what the
-/// exporter raised if that is no `Exception`.
-template <class T>
-bool readBufferInitializer(MDArrayBuilder<T>& builder, PyObject* value);
+/// Takes the elements that `value` exports, in its own order, and records its shape
+/// and whether that order is column-major. Nothing is shared with the source
+/// afterwards. Raises `BufferError`, `MemoryError`, or what the exporter raised if
+/// that is no `Exception`.
+void readBufferInitializer(MDArrayBuilder& builder, PyObject* value);
 
 } // namespace vellum

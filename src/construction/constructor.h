@@ -1,13 +1,12 @@
 /// From the call of a class to the finished object.
 #pragma once
 
-#include "module/array_object.h"
+#include <Python.h>
 
 namespace vellum
 {
-/// `tp_new` of the kind's class:
+/// `tp_new` of all classes:
 /// `(initializer=None, size=None, vector=None, is_complex=False)`.
-template <SupportedArrayEnum kind>
 PyObject* newArray(PyTypeObject* type, PyObject* args, PyObject* kwds);
 
 } // namespace vellum

@@ -1,8 +1,8 @@
 #include "construction/dimensions.h"
 
-#include "construction/element_conversion.h"
 #include "construction/sequence_fetch.h"
 #include "interpreter/module_state.h"
+#include "interpreter/signals.h"
 
 #include <limits>
 
@@ -10,77 +10,56 @@ namespace vellum
 {
 namespace
 {
-bool raiseMismatch(PyObject* exceptionClass, const BuilderDimensions& builder)
+[[noreturn]] void raiseMismatch(PyObject* exceptionClass, const MDArrayBuilder& builder)
 {
     raise(exceptionClass, "dimensions of initializer (" + dimsToText(builder.m_initializerDims) +
                               ") do not match dimensions specified by 'size' (" +
                               dimsToText(builder.m_sizeDims) + ").");
-    return false;
 }
 
-/// One item of `size`. Nothing with a Python error if the item is no dimension.
-std::optional<std::uint64_t> readDimension(PyObject* size, Py_ssize_t position)
+std::uint64_t readDimension(PyObject* size, Py_ssize_t position)
 {
     const PyRef item = fetchItem(size, position);
     if (!item)
     {
-        replaceError(PyExc_RuntimeError,
-                     "Item " + std::to_string(position) +
-                         " could not be retrieved from the value associated with the 'size' "
-                         "keyword.");
-        return std::nullopt;
+        replaceError(PyExc_RuntimeError, "Item " + std::to_string(position) +
+                                             " could not be retrieved from the value associated "
+                                             "with the 'size' keyword.");
     }
-    const PythonIntReading dim = readPythonInt(item.get());
-    if (dim.m_hasValue && dim.m_value >= 0)
-    {
-        return static_cast<std::uint64_t>(dim.m_value);
-    }
-    if (dim.m_hasValue || dim.m_isTooLarge)
-    {
-        raise(PyExc_ValueError, "size cannot contain negative dimensions. Use nonnegative "
-                                "integers for dimensions.");
-    }
-    else
+    if (!PyLong_Check(item.get()))
     {
         raise(PyExc_TypeError, "dimensions must be nonnegative integers.");
     }
-    return std::nullopt;
+    const Py_ssize_t dim = callOut(PyLong_AsSsize_t, item.get());
+    if (dim < 0)
+    {
+        overrideError(PyExc_ValueError, "size cannot contain negative dimensions. Use "
+                                        "nonnegative integers for dimensions.");
+    }
+    return static_cast<std::uint64_t>(dim);
 }
-
 } // namespace
 
-std::optional<Dimensions> readSizeArgument(PyObject* size)
+Dimensions readSizeArgument(PyObject* size)
 {
     if (!PySequence_Check(size))
     {
         raise(PyExc_TypeError, "value of 'size' must be a sequence.");
-        return std::nullopt;
     }
-    const Py_ssize_t count = callOut(PySequence_Size, size);
-    if (count < 0)
-    {
-        return std::nullopt;
-    }
+    const Py_ssize_t count = sequenceLength(size);
     if (count == 0)
     {
         raise(PyExc_ValueError, "sequence passed to 'size' must not be empty.");
-        return std::nullopt;
     }
     if (count > std::numeric_limits<int>::max())
     {
-        raise(PyExc_ValueError, kTooManyDimensions); // the record counts them in an `int`
-        return std::nullopt;
+        raise(PyExc_ValueError, kTooManyDimensions);
     }
     Dimensions dims;
-    SignalWatch signals;
     for (Py_ssize_t i = 0; i < count; ++i)
     {
-        const auto dim = readDimension(size, i);
-        if (!dim || !signals.atStep(i))
-        {
-            return std::nullopt;
-        }
-        dims.push_back(*dim);
+        dims.push_back(readDimension(size, i));
+        SignalWatch::atStep(i);
     }
     if (dims.size() == 1)
     {
@@ -98,49 +77,41 @@ void trimDimensions(Dimensions& dims)
     }
 }
 
-bool finishInitializerDims(BuilderDimensions& builder, std::uint64_t stagedCount)
+void finishInitializerDims(MDArrayBuilder& builder)
 {
     Dimensions& found = builder.m_initializerDims;
-    if (found.size() != 1)
-    {
-        return true;
-    }
-    if (builder.m_sizeDims.empty())
+    if (found.size() == 1 && builder.m_sizeDims.empty())
     {
         found.insert(found.begin(), found.front() == 0 ? 0 : 1);
-        return true;
     }
-    return stagedCount == builder.getNumElems() || raiseMismatch(shapeErrorClass(), builder);
+    trimDimensions(found);
 }
 
-void trimInitializerDims(BuilderDimensions& builder)
-{
-    trimDimensions(builder.m_initializerDims);
-}
-
-bool checkSizeAgainstInitializer(BuilderDimensions& builder)
+void checkSizeAgainstInitializer(MDArrayBuilder& builder)
 {
     const Dimensions& given = builder.m_sizeDims;
     const Dimensions& found = builder.m_initializerDims;
     if (given.empty() || given == found)
     {
-        return true;
+        return;
     }
     const auto foundCount = checkedProduct(found);
     if (foundCount != checkedProduct(given))
     {
-        return raiseMismatch(shapeErrorClass(), builder);
+        raiseMismatch(shapeErrorClass(), builder);
     }
-    if (found.size() == 1)
+    const bool isFlat = found.size() == 1;
+    if (isFlat && found.front() > 1)
     {
-        // One element or none has no order. More of them pour column by column.
-        builder.m_isColumnMajor = builder.m_isColumnMajor || found.front() > 1;
-        if (found.front() > 1 || (given.size() == 2 && given.front() == 1))
-        {
-            return true;
-        }
+        builder.m_isColumnMajor = true; // flat data pours in column by column
+        return;
     }
-    return foundCount == std::uint64_t(0) || raiseMismatch(sizeErrorClass(), builder);
+    // One element or none has no order.
+    const bool fitsRow = isFlat && given.size() == 2 && given.front() == 1;
+    if (!fitsRow && foundCount != std::uint64_t(0))
+    {
+        raiseMismatch(sizeErrorClass(), builder);
+    }
 }
 
 std::string dimsToText(const Dimensions& dims)

@@ -1,10 +1,14 @@
 #include "construction/element_conversion.h"
 
+#include "base/load_element.h"
+
 #include <array>
 #include <boost/numeric/conversion/cast.hpp>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <optional>
 
 namespace vellum
 {
@@ -15,108 +19,83 @@ using Form = ScalarReading::Form;
 template <class T>
 using RealOf = typename ElementTraits<T>::Real;
 
-template <class T>
-inline constexpr bool kIsFloating = std::is_floating_point_v<RealOf<T>>;
+// Each `refuse...` is false, for the return statement of a conversion.
 
-template <class T>
-ConvertedScalar<T> accept(T value)
+bool refuse(Refusal& refusal, PyObject* exceptionClass, std::string message)
 {
-    return {value, true, nullptr, {}};
+    refusal = {exceptionClass, std::move(message)};
+    return false;
 }
 
-/// Kept out of the way of what is accepted.
-template <class T>
-[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuse(PyObject* exceptionClass, std::string text)
+bool refuseTooLarge(Refusal& refusal)
 {
-    return {T{}, false, exceptionClass, std::move(text)};
+    return refuse(refusal, PyExc_OverflowError, "Python int too large to convert to C long long");
 }
 
-template <class T>
-[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseTooLarge()
+bool refuseFloat(Refusal& refusal, const char* className)
 {
-    return refuse<T>(PyExc_OverflowError, "Python int too large to convert to C long long");
+    return refuse(refusal, PyExc_TypeError,
+                  std::string(className) + " does not accept floating-point values.");
 }
 
-template <class T>
-[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseFloat()
+bool refuseComplex(Refusal& refusal, const char* className)
 {
-    return refuse<T>(PyExc_TypeError, std::string(kKindInfoOf<T>.m_className) +
-                                          " does not accept floating-point values.");
+    return refuse(refusal, PyExc_TypeError,
+                  std::string(className) +
+                      " does not accept complex values if 'is_complex' is not set to 'True'.");
 }
 
-template <class T>
-[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseComplex()
-{
-    return refuse<T>(PyExc_TypeError,
-                     std::string(kKindInfoOf<T>.m_className) +
-                         " does not accept complex values if 'is_complex' is not set to 'True'.");
-}
-
-template <class T>
-[[gnu::cold, gnu::noinline]] ConvertedScalar<T> refuseNonNumber(PyObject* object)
+bool refuseNonNumber(Refusal& refusal, PyObject* object)
 {
     if (PyUnicode_Check(object))
     {
-        return refuse<T>(PyExc_TypeError, "value is not numeric.");
+        return refuse(refusal, PyExc_TypeError, "value is not numeric.");
     }
     if (PySequence_Check(object))
     {
-        return refuse<T>(PyExc_TypeError, "sequence passed when scalar was expected.");
+        return refuse(refusal, PyExc_TypeError, "sequence passed when scalar was expected.");
     }
-    return refuse<T>(PyExc_TypeError,
-                     object == Py_None ? "value must not be 'None'." : "type does not match.");
-}
-
-template <class Value>
-bool isNan(Value value)
-{
-    if constexpr (std::is_floating_point_v<Value>)
-    {
-        return std::isnan(value);
-    }
-    else
-    {
-        return false;
-    }
+    return refuse(refusal, PyExc_TypeError,
+                  object == Py_None ? "value must not be 'None'." : "type does not match.");
 }
 
 /// As a text stream prints it by default, but in no locale. 24 characters at most:
 /// those of the least 64-bit integer are 20, six digits and an exponent are fewer.
-template <class Value>
-std::string numberText(Value value)
+template <class... Format>
+std::string charactersOf(Format... value)
 {
-    if (isNan(value))
-    {
-        return "nan"; // without its sign
-    }
     std::array<char, 24> text{};
-    char* const end = text.data() + text.size();
-    if constexpr (std::is_floating_point_v<Value>)
-    {
-        constexpr int digits = 6;
-        return {text.data(),
-                std::to_chars(text.data(), end, value, std::chars_format::general, digits).ptr};
-    }
-    else
-    {
-        return {text.data(), std::to_chars(text.data(), end, value).ptr};
-    }
+    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value...).ptr};
 }
 
-template <class T, class Value>
-std::string rangeText(Value value)
+std::string numberText(std::int64_t value)
 {
-    return "value (" + numberText(value) + ") cannot be stored in a variable of type " +
-           kKindInfoOf<T>.m_shortName + ".";
+    return charactersOf(value);
 }
 
+std::string numberText(double value)
+{
+    constexpr int digits = 6;
+    // A NaN is shown without its sign.
+    return std::isnan(value) ? "nan" : charactersOf(value, std::chars_format::general, digits);
+}
+
+template <class Value>
+bool refuseRange(Refusal& refusal, Value value, const char* shortName)
+{
+    return refuse(refusal, PyExc_OverflowError,
+                  "value (" + numberText(value) + ") cannot be stored in a variable of type " +
+                      shortName + ".");
+}
+
+/// Nothing if the value is out of the range of T. A float is cut toward zero.
 template <class T, class Value>
-std::optional<T> castToKind(Value value, std::string& text)
+std::optional<T> castToKind(Value value)
 {
     try
     {
         // NaN is in no range, but passes every comparison with its limits.
-        if (!isNan(value))
+        if (!std::is_floating_point_v<Value> || !std::isnan(static_cast<double>(value)))
         {
             return boost::numeric_cast<T>(value);
         }
@@ -124,25 +103,18 @@ std::optional<T> castToKind(Value value, std::string& text)
     catch (const boost::numeric::bad_numeric_cast&)
     {
     }
-    text = rangeText<T>(value);
     return std::nullopt;
 }
 
 /// Every value that a single can't hold, the negative ones too, is plus infinity.
-float toSingle(double value)
-{
-    constexpr double most = std::numeric_limits<float>::max();
-    return value > most || value < -most ? std::numeric_limits<float>::infinity()
-                                         : static_cast<float>(value);
-}
-
-/// One real part of a value of the floating kinds.
 template <class Real>
 Real toFloating(double value)
 {
     if constexpr (std::is_same_v<Real, float>)
     {
-        return toSingle(value);
+        constexpr double most = std::numeric_limits<float>::max();
+        return value > most || value < -most ? std::numeric_limits<float>::infinity()
+                                             : static_cast<float>(value);
     }
     else
     {
@@ -150,160 +122,149 @@ Real toFloating(double value)
     }
 }
 
-template <class T>
-ConvertedScalar<T> judgeLogical(const ScalarReading& reading, bool isConstructor)
+bool convertLogical(const ScalarReading& reading, bool& element, bool isConstructor,
+                    Refusal& refusal)
 {
+    const char* className = kindInfo(SupportedArrayEnum::Logical).m_className;
     switch (reading.m_form)
     {
     case Form::Integer:
-        return accept<T>(reading.m_integer != 0);
+        element = reading.m_integer != 0;
+        return true;
     case Form::TooLargeInteger:
-        return refuseTooLarge<T>();
+        return refuseTooLarge(refusal);
     case Form::Float:
-        return isConstructor ? accept<T>(reading.m_real != 0.0) : refuseFloat<T>();
+        element = reading.m_real != 0.0;
+        return isConstructor || refuseFloat(refusal, className);
     case Form::Complex:
-        return isConstructor ? accept<T>(reading.m_real != 0.0 || reading.m_imaginary != 0.0)
-                             : refuseComplex<T>();
+        element = reading.m_real != 0.0 || reading.m_imaginary != 0.0;
+        return isConstructor || refuseComplex(refusal, className);
     case Form::NotANumber:
         break;
     }
-    return refuseNonNumber<T>(reading.m_object);
+    return refuseNonNumber(refusal, reading.m_object);
 }
 
 template <class T>
-ConvertedScalar<T> judgeFloating(const ScalarReading& reading)
+bool convertFloating(const ScalarReading& reading, T& element, Refusal& refusal)
 {
     using Real = RealOf<T>;
     switch (reading.m_form)
     {
     case Form::Integer:
-        return accept<T>(static_cast<Real>(reading.m_integer));
+        element = static_cast<Real>(reading.m_integer);
+        return true;
     case Form::TooLargeInteger:
         if constexpr (std::is_same_v<Real, float>)
         {
-            return accept<T>(std::numeric_limits<float>::infinity());
+            element = std::numeric_limits<float>::infinity();
+            return true;
         }
-        return refuseTooLarge<T>();
+        return refuseTooLarge(refusal);
     case Form::Float:
-        return accept<T>(toFloating<Real>(reading.m_real));
+        element = toFloating<Real>(reading.m_real);
+        return true;
     case Form::Complex:
-        if constexpr (ElementTraits<T>::kIsComplex)
+        if constexpr (kIsComplex<T>)
         {
-            return accept<T>(
-                {toFloating<Real>(reading.m_real), toFloating<Real>(reading.m_imaginary)});
+            element = {toFloating<Real>(reading.m_real), toFloating<Real>(reading.m_imaginary)};
+            return true;
         }
-        else
-        {
-            return refuseComplex<T>();
-        }
+        return refuseComplex(refusal, ElementTraits<T>::kType.kind().m_className);
     case Form::NotANumber:
         break;
     }
-    return refuseNonNumber<T>(reading.m_object);
+    return refuseNonNumber(refusal, reading.m_object);
 }
 
-/// What a complex integer kind takes from a float or a complex number.
-template <class T>
-ConvertedScalar<T> judgeParts(double real, double imaginary)
+/// One part of an integer element. Not touched if the value is out of range.
+template <class Real, class Value>
+bool convertPart(Value value, Real& part, Refusal& refusal)
 {
-    std::string text;
-    const auto realPart = castFloatToKind<RealOf<T>>(real, text);
-    const auto imaginaryPart =
-        realPart ? castFloatToKind<RealOf<T>>(imaginary, text) : std::nullopt;
-    return imaginaryPart ? accept<T>({*realPart, *imaginaryPart})
-                         : refuse<T>(PyExc_OverflowError, std::move(text));
+    const auto converted = castToKind<Real>(value);
+    if (!converted)
+    {
+        return refuseRange(refusal, value, ElementTraits<Real>::kType.shortName());
+    }
+    part = *converted;
+    return true;
 }
 
 template <class T>
-ConvertedScalar<T> judgeInteger(const ScalarReading& reading)
+bool convertInteger(const ScalarReading& reading, T& element, Refusal& refusal)
 {
+    using Real = RealOf<T>;
+    Real real = 0;
+    [[maybe_unused]] Real imaginary = 0;
+    bool isTaken = false;
     switch (reading.m_form)
     {
-    case Form::Integer: {
-        std::string text;
-        const auto value = castIntToKind<RealOf<T>>(reading.m_integer, text);
-        return value ? accept<T>(*value) : refuse<T>(PyExc_OverflowError, std::move(text));
-    }
-    case Form::TooLargeInteger:
-        return refuseTooLarge<T>();
-    case Form::Float:
-        if constexpr (ElementTraits<T>::kIsComplex)
-        {
-            return judgeParts<T>(reading.m_real, 0);
-        }
-        else
-        {
-            return refuseFloat<T>();
-        }
-    case Form::Complex:
-        if constexpr (ElementTraits<T>::kIsComplex)
-        {
-            return judgeParts<T>(reading.m_real, reading.m_imaginary);
-        }
-        else
-        {
-            return refuseComplex<T>();
-        }
-    case Form::NotANumber:
+    case Form::Integer:
+        isTaken = convertPart(reading.m_integer, real, refusal);
         break;
+    case Form::TooLargeInteger:
+        return refuseTooLarge(refusal);
+    case Form::Float:
+    case Form::Complex:
+        if constexpr (kIsComplex<T>)
+        {
+            isTaken = convertPart(reading.m_real, real, refusal) &&
+                      convertPart(reading.m_imaginary, imaginary, refusal);
+            break;
+        }
+        return reading.m_form == Form::Float
+                   ? refuseFloat(refusal, ElementTraits<T>::kType.kind().m_className)
+                   : refuseComplex(refusal, ElementTraits<T>::kType.kind().m_className);
+    case Form::NotANumber:
+        return refuseNonNumber(refusal, reading.m_object);
     }
-    return refuseNonNumber<T>(reading.m_object);
-}
-
-} // namespace
-
-PythonIntReading readPythonInt(PyObject* object)
-{
-    if (!PyLong_Check(object))
+    if constexpr (kIsComplex<T>)
     {
-        return {};
-    }
-    int overflow = 0;
-    const long long value = PyLong_AsLongLongAndOverflow(object, &overflow);
-    if (overflow != 0)
-    {
-        return {0, false, true};
-    }
-    return {value, true, false};
-}
-
-ScalarReading readScalar(PyObject* object)
-{
-    ScalarReading reading;
-    if (PyFloat_Check(object))
-    {
-        reading.m_form = Form::Float;
-        reading.m_real = PyFloat_AS_DOUBLE(object);
-    }
-    else if (const auto integer = readPythonInt(object); integer.m_hasValue || integer.m_isTooLarge)
-    {
-        reading.m_form = integer.m_hasValue ? Form::Integer : Form::TooLargeInteger;
-        reading.m_integer = integer.m_value;
-    }
-    else if (PyComplex_Check(object))
-    {
-        reading.m_form = Form::Complex;
-        reading.m_real = PyComplex_RealAsDouble(object);
-        reading.m_imaginary = PyComplex_ImagAsDouble(object);
+        element = {real, imaginary};
     }
     else
     {
-        reading.m_object = object;
+        element = real;
     }
-    return reading;
+    return isTaken;
+}
+
+template <class T, bool isConstructor>
+bool convert(const ScalarReading& reading, void* destination, Refusal& refusal)
+{
+    T element{};
+    bool isTaken = false;
+    if constexpr (std::is_same_v<T, bool>)
+    {
+        isTaken = convertLogical(reading, element, isConstructor, refusal);
+    }
+    else if constexpr (std::is_floating_point_v<RealOf<T>>)
+    {
+        isTaken = convertFloating(reading, element, refusal);
+    }
+    else
+    {
+        isTaken = convertInteger(reading, element, refusal);
+    }
+    if (isTaken)
+    {
+        std::memcpy(destination, &element, sizeof(T));
+    }
+    return isTaken;
 }
 
 template <class T>
-ScalarReading readElement(T element)
+ScalarReading readElement(const void* address)
 {
+    const T element = loadElement<T>(address);
     ScalarReading reading;
-    if constexpr (ElementTraits<T>::kIsComplex)
+    if constexpr (kIsComplex<T>)
     {
         reading.m_form = Form::Complex;
         reading.m_real = static_cast<double>(element.real());
         reading.m_imaginary = static_cast<double>(element.imag());
     }
-    else if constexpr (kIsFloating<T>)
+    else if constexpr (std::is_floating_point_v<T>)
     {
         reading.m_form = Form::Float;
         reading.m_real = element;
@@ -321,39 +282,59 @@ ScalarReading readElement(T element)
     return reading;
 }
 
-template <class T>
-ConvertedScalar<T> judgeScalar(const ScalarReading& reading, bool isConstructor)
+/// An `int`, whose size its class can't change.
+void readInteger(PyObject* object, ScalarReading& reading)
 {
-    if constexpr (std::is_same_v<T, bool>)
+    int overflow = 0;
+    reading.m_integer = PyLong_AsLongLongAndOverflow(object, &overflow);
+    reading.m_form = overflow != 0 ? Form::TooLargeInteger : Form::Integer;
+}
+
+} // namespace
+
+ScalarReading readScalar(PyObject* object)
+{
+    ScalarReading reading;
+    if (PyFloat_Check(object))
     {
-        return judgeLogical<T>(reading, isConstructor);
+        reading.m_form = Form::Float;
+        reading.m_real = PyFloat_AS_DOUBLE(object);
     }
-    else if constexpr (kIsFloating<T>)
+    else if (PyLong_Check(object))
     {
-        return judgeFloating<T>(reading);
+        readInteger(object, reading);
+    }
+    else if (PyComplex_Check(object))
+    {
+        reading.m_form = Form::Complex;
+        reading.m_real = PyComplex_RealAsDouble(object);
+        reading.m_imaginary = PyComplex_ImagAsDouble(object);
     }
     else
     {
-        return judgeInteger<T>(reading);
+        reading.m_object = object;
     }
+    return reading;
 }
 
-template <class T>
-std::optional<T> castIntToKind(std::int64_t value, std::string& text)
+ElementReader elementReader(ArrayType type)
 {
-    return castToKind<T>(value, text);
+    return visitElementType(
+        type, []<class T>(std::type_identity<T>) -> ElementReader { return readElement<T>; });
 }
 
-template <class T>
-std::optional<T> castFloatToKind(double value, std::string& text)
+ElementConverter elementConverter(ArrayType type, bool isConstructor)
 {
-    return castToKind<T>(value, text);
+    return visitElementType(type, [=]<class T>(std::type_identity<T>) -> ElementConverter {
+        if constexpr (std::is_same_v<T, bool>)
+        {
+            return isConstructor ? convert<T, true> : convert<T, false>;
+        }
+        else
+        {
+            return convert<T, true>;
+        }
+    });
 }
-
-#define VELLUM_INSTANTIATE(T)                                                                      \
-    template ScalarReading readElement<T>(T);                                                      \
-    template ConvertedScalar<T> judgeScalar<T>(const ScalarReading&, bool);
-VELLUM_FOR_EACH_ELEMENT(VELLUM_INSTANTIATE)
-#undef VELLUM_INSTANTIATE
 
 } // namespace vellum

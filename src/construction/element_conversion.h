@@ -1,45 +1,33 @@
-/// The one place where a value is judged: a Python object, or a raw element of
-/// another array, in; one element of type T, or a refusal, out.
+/// The one place where a value is converted: a Python object, or an element of
+/// another array, is read into what it is, and what it is becomes an element of
+/// some type, or a refusal.
 ///
-/// Nothing here raises: a refusal is returned as data and the caller raises it.
+/// Nothing here raises: a refusal is returned as data, and the caller raises it.
 /// Python's error state is left clean.
 #pragma once
 
+#include <Python.h>
+
 #include "base/element_kinds.h"
-#include "interpreter/python_ref.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace vellum
 {
-template <class T>
-struct ConvertedScalar
+struct Refusal
 {
-    T m_value{};
-    bool m_hasValue = false;
-    PyObject* m_exceptionClass = nullptr; ///< refusal: borrowed
-    std::string m_message;                ///< refusal: the text
+    PyObject* m_exceptionClass = nullptr; ///< borrowed
+    std::string m_message;
 };
 
-/// A Python `int`, read; all fields empty for an object that is none.
-struct PythonIntReading
-{
-    std::int64_t m_value = 0;
-    bool m_hasValue = false;
-    bool m_isTooLarge = false; ///< an `int` that doesn't fit 64 signed bits
-};
-
-PythonIntReading readPythonInt(PyObject* object);
-
-/// What a value is, before any kind judges it.
+/// What a value is, before any element type looks at it.
 struct ScalarReading
 {
     enum class Form
     {
         Integer,
-        TooLargeInteger,
+        TooLargeInteger, ///< an `int` that doesn't fit 64 signed bits
         Float,
         Complex,
         NotANumber,
@@ -55,26 +43,16 @@ struct ScalarReading
 /// `int`, `float` or `complex` is no number here.
 ScalarReading readScalar(PyObject* object);
 
-/// Reads a raw element as the Python object that it would be.
-template <class T>
-ScalarReading readElement(T element);
+/// Reads the element at an address as the Python object that it would be.
+using ElementReader = ScalarReading (*)(const void* address);
+ElementReader elementReader(ArrayType type);
 
-/// Judges a reading for T. `isConstructor` lets `logical` take floats and
-/// complex numbers.
-template <class T>
-ConvertedScalar<T> judgeScalar(const ScalarReading& reading, bool isConstructor);
+/// Writes the element that a reading becomes to `element`. False, with nothing
+/// written, if the type doesn't take it: `refusal` says why.
+using ElementConverter = bool (*)(const ScalarReading& reading, void* element, Refusal& refusal);
 
-template <class T>
-ConvertedScalar<T> convertScalar(PyObject* object, bool isConstructor)
-{
-    return judgeScalar<T>(readScalar(object), isConstructor);
-}
-
-/// Range-checked casts to an integer kind; a float is cut toward zero. Nothing
-/// if the value is out of range: the range text is in `text` then.
-template <class T>
-std::optional<T> castIntToKind(std::int64_t value, std::string& text);
-template <class T>
-std::optional<T> castFloatToKind(double value, std::string& text);
+/// For the elements of a type: fetched once an operation. `isConstructor` lets
+/// `logical` take floats and complex numbers.
+ElementConverter elementConverter(ArrayType type, bool isConstructor);
 
 } // namespace vellum

@@ -11,6 +11,17 @@ inline bool isSequence(PyObject* object)
     return !PyFloat_CheckExact(object) && !PyLong_CheckExact(object) && PySequence_Check(object);
 }
 
+/// Foreign code can say anything, and fail.
+inline Py_ssize_t sequenceLength(PyObject* sequence)
+{
+    const Py_ssize_t length = callOut(PySequence_Size, sequence);
+    if (length < 0)
+    {
+        throw PythonError();
+    }
+    return length;
+}
+
 /// Not inlined, so that the direct reads below are.
 [[gnu::noinline]] inline PyRef fetchForeignItem(PyObject* sequence, Py_ssize_t position)
 {
@@ -19,7 +30,7 @@ inline bool isSequence(PyObject* object)
 
 /// Item `position`, 0 or above; empty if it can't be fetched. A list may have
 /// shrunk since its length was read. A Python error may stand or not: the caller
-/// replaces it (`replaceError`).
+/// replaces it.
 inline PyRef fetchItem(PyObject* sequence, Py_ssize_t position)
 {
     if (PyList_CheckExact(sequence))

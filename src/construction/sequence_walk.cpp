@@ -2,283 +2,230 @@
 
 #include "construction/element_conversion.h"
 #include "construction/sequence_fetch.h"
-#include "module/array_object.h"
-
-#include <stdexcept>
+#include "interpreter/signals.h"
+#include "storage/array_object.h"
+#include "storage/selection.h"
 
 namespace vellum
 {
 namespace
 {
-constexpr const char* kNotRectangular = "arrays must be rectangular.";
-constexpr const char* kWalking = " while walking a nested sequence";
+constexpr const char* kWhere = " while walking a nested sequence";
 
-bool fail(PyObject* exceptionClass, const char* text)
-{
-    raise(exceptionClass, text);
-    return false;
-}
-
-bool failFetch()
-{
-    replaceError(PyExc_RuntimeError, kNullData);
-    return false;
-}
-
-using ElementReader = ScalarReading (*)(const void* address);
-
-/// How the elements of an array are read, whatever kind is made of them.
-ElementReader elementReader(ArrayType type)
-{
-    return visitElementType(type, []<class T>(std::type_identity<T>) -> ElementReader {
-        return [](const void* address) { return readElement(loadElement<T>(address)); };
-    });
-}
-
-/// The length of a child that is none.
+/// The length of a child that is no sequence.
 constexpr Py_ssize_t kNoSequence = -1;
 
-/// What a shallow look at the children of a sequence tells.
-struct Probe
+Py_ssize_t lengthOrNone(PyObject* object)
 {
-    bool m_isValid = false; ///< false: a Python error is set
-    bool m_isAlike = true;  ///< all children are no sequences, or all of one length
-    Py_ssize_t m_length = 1;
-    Py_ssize_t m_childLength = kNoSequence; ///< that of the first child
-};
+    return isSequence(object) ? sequenceLength(object) : kNoSequence;
+}
 
-/// Holds a child against the first. A length is asked only where it decides: not
-/// behind a first child that is no sequence. False with a Python error if the child
-/// can't be fetched or asked.
-bool probeChild(PyObject* sequence, Py_ssize_t position, Probe& probe)
+PyRef fetchChild(PyObject* sequence, Py_ssize_t position)
 {
-    const PyRef child = fetchItem(sequence, position);
+    PyRef child = fetchItem(sequence, position);
     if (!child)
     {
-        return failFetch();
+        replaceError(PyExc_RuntimeError, kNullData);
     }
-    const bool knowsLength = probe.m_childLength != kNoSequence;
-    if (!isSequence(child.get()))
-    {
-        probe.m_isAlike = !knowsLength;
-        return true;
-    }
-    if (!knowsLength && position > 0)
-    {
-        probe.m_isAlike = false;
-        return true;
-    }
-    const Py_ssize_t length = callOut(PySequence_Size, child.get());
-    probe.m_isAlike = !knowsLength || length == probe.m_childLength;
-    probe.m_childLength = knowsLength ? probe.m_childLength : length;
-    return length >= 0;
+    return child;
 }
 
-Probe probeSequence(PyObject* sequence, SignalWatch& signals)
+class SequenceTraversal
 {
-    Probe probe;
-    probe.m_length = callOut(PySequence_Size, sequence);
-    if (probe.m_length < 2)
+public:
+    SequenceTraversal(MDArrayBuilder& builder, bool isConstructor)
+        : m_builder(builder), m_convert(elementConverter(builder.m_type.m_type, isConstructor))
     {
-        probe.m_isValid = probe.m_length >= 0;
-        return probe;
     }
-    for (Py_ssize_t i = 0; i < probe.m_length && probe.m_isAlike; ++i)
+
+    void visit(PyObject* value)
     {
-        if (!probeChild(sequence, i, probe) || !signals.atStep(i))
+        if (value == nullptr)
         {
-            return probe;
+            raise(PyExc_RuntimeError, kNullData);
+        }
+        if (isArrayObject(value))
+        {
+            visitArray(viewOf(value));
+        }
+        else if (isSequence(value))
+        {
+            visitChildren(value);
+        }
+        else
+        {
+            addElement(readScalar(value));
         }
     }
-    probe.m_isValid = signals.behindLoop(probe.m_length);
-    return probe;
-}
 
-template <class T>
-bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor);
-
-/// Opens a nesting level for a sequence of `length` elements.
-template <class T>
-void enterLevel(MDArrayBuilder<T>& builder, Py_ssize_t length)
-{
-    ++builder.m_depth;
-    if (builder.m_initializerDims.size() < builder.m_depth)
+    /// A level of length 0 counts as not recorded, and a foreign sequence can
+    /// change its mind: what was read has the last word.
+    void finish() const
     {
-        builder.m_initializerDims.push_back(0);
-    }
-    if (builder.m_levelLengths.size() < builder.m_depth)
-    {
-        builder.m_levelLengths.push_back(0);
-    }
-    builder.m_levelLengths[builder.m_depth - 1] = static_cast<std::uint64_t>(length);
-}
-
-/// Closes it: its length must be that of every level at this depth.
-template <class T>
-bool leaveLevel(MDArrayBuilder<T>& builder, Py_ssize_t length)
-{
-    std::uint64_t& recorded = builder.m_initializerDims[builder.m_depth - 1];
-    if (recorded == 0)
-    {
-        recorded = static_cast<std::uint64_t>(length);
-    }
-    else if (recorded != static_cast<std::uint64_t>(length))
-    {
-        return fail(PyExc_ValueError, kNotRectangular);
-    }
-    builder.m_levelLengths[builder.m_depth - 1] = 0;
-    --builder.m_depth;
-    return true;
-}
-
-template <class T>
-bool walkChildren(MDArrayBuilder<T>& builder, PyObject* sequence, bool isConstructor)
-{
-    if (PyUnicode_Check(sequence))
-    {
-        return fail(PyExc_ValueError, "value passed to initializer must be numeric.");
-    }
-    const RecursionLevel level(kWalking);
-    if (!level.entered())
-    {
-        return false;
-    }
-    const Probe probe = probeSequence(sequence, builder.m_signals);
-    if (!probe.m_isValid)
-    {
-        return false;
-    }
-    if (!probe.m_isAlike)
-    {
-        return fail(PyExc_ValueError, "elements of array are of different lengths or types.");
-    }
-    enterLevel(builder, probe.m_length);
-    for (Py_ssize_t i = 0; i < probe.m_length; ++i)
-    {
-        const PyRef child = fetchItem(sequence, i);
-        if (!walk(builder, child.get(), isConstructor) || !builder.m_signals.atStep(i))
+        if (checkedProduct(m_builder.m_initializerDims) !=
+            std::uint64_t(m_builder.m_values.count()))
         {
-            return false;
+            refuseRagged();
         }
     }
-    return builder.m_signals.behindLoop(probe.m_length) && leaveLevel(builder, probe.m_length);
-}
 
-/// The first element tells how deep all stand, and how many there will be.
-template <class T>
-bool beginElements(MDArrayBuilder<T>& builder)
-{
-    builder.m_scalarDepth = builder.m_depth;
-    if (builder.m_initializerDims.empty())
+private:
+    [[noreturn]] static void refuseRagged()
     {
-        builder.m_initializerDims = {1, 1};
+        raise(PyExc_ValueError, "arrays must be rectangular.");
     }
-    return builder.reserveValues(checkedProduct(builder.m_levelLengths).value_or(kUnrepresentable));
-}
 
-template <class T>
-bool stageElement(MDArrayBuilder<T>& builder, T element)
-{
-    if (builder.m_scalarDepth == 0 && !beginElements(builder))
+    /// A shallow look at the children of a sequence before it is entered: they are
+    /// alike if none is a sequence, or all are of one length. The first tells which;
+    /// a length is asked only where it decides.
+    void requireAlike(PyObject* sequence, Py_ssize_t length)
     {
-        return false;
-    }
-    if (builder.m_scalarDepth != builder.m_depth)
-    {
-        return fail(PyExc_ValueError, kNotRectangular);
-    }
-    builder.m_values.push_back(element);
-    return true;
-}
-
-template <class T>
-bool stageReading(MDArrayBuilder<T>& builder, const ScalarReading& reading, bool isConstructor)
-{
-    try
-    {
-        const auto converted = judgeScalar<T>(reading, isConstructor);
-        return converted.m_hasValue ? stageElement(builder, converted.m_value)
-                                    : fail(converted.m_exceptionClass, converted.m_message.c_str());
-    }
-    catch (const std::runtime_error& error)
-    {
-        return fail(PyExc_RuntimeError, error.what());
-    }
-}
-
-/// An array of this module gives what its sequence interface would, read from its
-/// dense block: alike at every level, and no foreign code can run in between.
-template <class T>
-bool walkSelection(MDArrayBuilder<T>& builder, const Selection& selection, std::size_t depth,
-                   const char* address, ElementReader read, bool isConstructor)
-{
-    const RecursionLevel level(kWalking);
-    if (!level.entered())
-    {
-        return false;
-    }
-    const Py_ssize_t length = selection.m_lengths[depth];
-    const bool isLast = depth + 1 == selection.dimensions();
-    const std::size_t stagedBefore = builder.m_values.size();
-    enterLevel(builder, length);
-    for (Py_ssize_t i = 0; i < length; ++i)
-    {
-        if (isLast ? !stageReading(builder, read(address), isConstructor)
-                   : !walkSelection(builder, selection, depth + 1, address, read, isConstructor))
+        if (length < 2)
         {
-            return false;
+            return;
         }
-        if (builder.m_values.size() == stagedBefore)
+        const Py_ssize_t first = lengthOrNone(fetchChild(sequence, 0).get());
+        for (Py_ssize_t i = 1; i < length; ++i)
         {
-            break; // without elements the other rows, however many, tell nothing new
+            const PyRef child = fetchChild(sequence, i);
+            const bool isAlike = first == kNoSequence ? !isSequence(child.get())
+                                                      : lengthOrNone(child.get()) == first;
+            if (!isAlike)
+            {
+                raise(PyExc_ValueError, "elements of array are of different lengths or types.");
+            }
+            SignalWatch::atStep(i);
         }
-        address += selection.m_strides[depth];
+        m_signals.behindLoop(length);
     }
-    return leaveLevel(builder, length);
-}
 
-template <class T>
-bool walkArray(MDArrayBuilder<T>& builder, const MDArrayView& view, bool isConstructor)
-{
-    const auto selection = view.checkHasDimension() ? selectionOf(view) : std::nullopt;
-    return selection && walkSelection(builder, *selection, 0, selection->m_base,
-                                      elementReader(view.m_sharedMDA->m_arrayType), isConstructor);
-}
-
-template <class T>
-bool walk(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
-{
-    if (value == nullptr)
+    void visitChildren(PyObject* sequence)
     {
-        return failFetch();
+        if (PyUnicode_Check(sequence))
+        {
+            raise(PyExc_ValueError, "value passed to initializer must be numeric.");
+        }
+        const RecursionLevel level(kWhere);
+        const Py_ssize_t length = sequenceLength(sequence);
+        requireAlike(sequence, length);
+        enterLevel(length);
+        for (Py_ssize_t i = 0; i < length; ++i)
+        {
+            visit(fetchChild(sequence, i).get());
+            SignalWatch::atStep(i);
+        }
+        m_signals.behindLoop(length);
+        leaveLevel(length);
     }
-    if (isArrayObject(value))
-    {
-        const MDArrayView* view = viewOf(value);
-        return view != nullptr ? walkArray(builder, *view, isConstructor)
-                               : fail(PyExc_RuntimeError, kNotInitialized);
-    }
-    return isSequence(value) ? walkChildren(builder, value, isConstructor)
-                             : stageReading(builder, readScalar(value), isConstructor);
-}
 
+    /// An array of this module gives what its sequence interface would, read from its
+    /// block. No foreign code runs meanwhile.
+    void visitArray(const MDArrayView& view)
+    {
+        view.requireDimension();
+        const Selection selection = selectionOf(view);
+        visitSelection(selection, 0, selection.m_base, elementReader(view.record().type().m_type));
+    }
+
+    void visitSelection(const Selection& selection, std::size_t depth, const char* address,
+                        ElementReader read)
+    {
+        const RecursionLevel level(kWhere);
+        const Py_ssize_t length = selection.m_lengths[depth];
+        const bool isLast = depth + 1 == selection.dimensions();
+        const std::size_t countBefore = m_builder.m_values.count();
+        enterLevel(length);
+        for (Py_ssize_t i = 0; i < length; ++i)
+        {
+            if (isLast)
+            {
+                addElement(read(address));
+            }
+            else
+            {
+                visitSelection(selection, depth + 1, address, read);
+            }
+            if (m_builder.m_values.count() == countBefore)
+            {
+                break; // without elements the other rows, however many, tell nothing new
+            }
+            address += selection.m_strides[depth];
+        }
+        leaveLevel(length);
+    }
+
+    void enterLevel(Py_ssize_t length)
+    {
+        ++m_depth;
+        if (m_builder.m_initializerDims.size() < m_depth)
+        {
+            m_builder.m_initializerDims.push_back(0);
+        }
+        if (m_levelLengths.size() < m_depth)
+        {
+            m_levelLengths.push_back(0);
+        }
+        m_levelLengths[m_depth - 1] = static_cast<std::uint64_t>(length);
+    }
+
+    /// The length must be that of every level at this depth.
+    void leaveLevel(Py_ssize_t length)
+    {
+        std::uint64_t& recorded = m_builder.m_initializerDims[m_depth - 1];
+        if (recorded == 0)
+        {
+            recorded = static_cast<std::uint64_t>(length);
+        }
+        else if (recorded != static_cast<std::uint64_t>(length))
+        {
+            refuseRagged();
+        }
+        m_levelLengths[m_depth - 1] = 0;
+        --m_depth;
+    }
+
+    void addElement(const ScalarReading& reading)
+    {
+        if (!m_convert(reading, m_builder.appendElements(1), m_refusal))
+        {
+            raise(m_refusal.m_exceptionClass, m_refusal.m_message);
+        }
+        if (m_scalarDepth == 0)
+        {
+            beginElements();
+        }
+        if (m_scalarDepth != m_depth)
+        {
+            refuseRagged();
+        }
+    }
+
+    /// The first element tells how deep all stand, and how many there will be.
+    void beginElements()
+    {
+        m_scalarDepth = m_depth;
+        if (m_builder.m_initializerDims.empty())
+        {
+            m_builder.m_initializerDims = {1, 1};
+        }
+        m_builder.reserveValues(checkedProduct(m_levelLengths).value_or(kUnrepresentable));
+    }
+
+    MDArrayBuilder& m_builder;
+    ElementConverter m_convert;
+    Refusal m_refusal;
+    SignalWatch m_signals;
+    std::size_t m_depth = 0;       ///< 0 outside any sequence
+    std::size_t m_scalarDepth = 0; ///< depth of the first element met; 0 until then
+    Dimensions m_levelLengths;     ///< length of the sequence open at each level
+};
 } // namespace
 
-template <class T>
-bool walkSequence(MDArrayBuilder<T>& builder, PyObject* value, bool isConstructor)
+void walkSequence(MDArrayBuilder& builder, PyObject* value, bool isConstructor)
 {
-    if (!walk(builder, value, isConstructor))
-    {
-        return false;
-    }
-    // A level of length 0 counts as not recorded, and a foreign sequence can
-    // change its mind: what was staged has the last word.
-    return checkedProduct(builder.m_initializerDims) == std::uint64_t(builder.m_values.size()) ||
-           fail(PyExc_ValueError, kNotRectangular);
+    SequenceTraversal traversal(builder, isConstructor);
+    traversal.visit(value);
+    traversal.finish();
 }
-
-#define VELLUM_INSTANTIATE(T) template bool walkSequence<T>(MDArrayBuilder<T>&, PyObject*, bool);
-VELLUM_FOR_EACH_ELEMENT(VELLUM_INSTANTIATE)
-#undef VELLUM_INSTANTIATE
 
 } // namespace vellum

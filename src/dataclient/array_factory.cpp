@@ -1,79 +1,71 @@
 #include "dataclient/array_factory.h"
 
-#include "dataclient/service_table.h"
-
-#include <string>
+#include "dataclient/service_objects.h"
 
 namespace vellum::data
+{
+namespace
 {
 using detail::optional;
 using detail::required;
 using detail::throw_if_error;
 
-ArrayFactory::ArrayFactory()
-{
-    auto* destroy = required<service::array_factory_destroy>();
-    throw_if_error(required<service::array_factory_new>()(&m_impl), std::string());
-    throw_if_error(m_impl == nullptr ? detail::kOutOfMemoryCode : 0, std::string());
-    m_owner = std::shared_ptr<impl::ArrayFactoryImpl>(m_impl, destroy);
-}
+constexpr MemoryLayoutCode kColumnMajor = 0;
 
-std::pair<void*, BufferDeleter> ArrayFactory::createRawBuffer(ArrayType type, std::size_t count)
+/// Which of the two creations from buffer this library has; everything that can
+/// be missing is found out before a buffer leaves its pair.
+struct CreationFromBuffer
 {
-    void* elements = nullptr;
-    BufferDeleter deleter = nullptr;
-    const auto code =
-        required<service::array_factory_create_buffer>()(m_impl, &elements, &deleter, type, count);
-    throw_if_error(code, std::string());
-    return {elements, deleter};
-}
+    service::array_factory_create_from_buffer_with_layout::Function* m_withLayout;
+    service::array_factory_create_from_buffer::Function* m_withoutLayout;
+};
 
-ArrayFactory::CreationFromBuffer ArrayFactory::prepareCreationFromBuffer(MemoryLayout layout)
+CreationFromBuffer prepareCreation()
 {
-    auto* withLayout = optional<service::array_factory_create_from_buffer_with_layout>();
-    if (withLayout == nullptr && layout == MemoryLayout::RowMajor)
-    {
-        throw detail::MissingFeature("Row-major buffers require Tide2a");
-    }
     required<service::array_destroy>();
+    auto* withLayout = optional<service::array_factory_create_from_buffer_with_layout>();
     return {withLayout, withLayout != nullptr
                             ? nullptr
                             : required<service::array_factory_create_from_buffer>()};
 }
+} // namespace
 
-impl::ArrayImpl* ArrayFactory::adoptBuffer(const CreationFromBuffer& creation, ArrayType type,
-                                           const std::vector<std::size_t>& dims, void* buffer,
-                                           BufferDeleter deleter, MemoryLayout layout)
+ArrayFactory::ArrayFactory() : m_owner(nullptr, required<service::array_factory_destroy>())
 {
-    impl::ArrayImpl* array = nullptr;
-    const auto code =
-        creation.m_withLayout != nullptr
-            ? creation.m_withLayout(m_impl, type, dims.data(), dims.size(), buffer, deleter, &array,
-                                    static_cast<MemoryLayoutCode>(layout))
-            : creation.m_columnMajor(m_impl, type, dims.data(), dims.size(), buffer, deleter,
-                                     &array);
-    throw_if_error(code, std::string());
-    return array;
+    impl::ArrayFactoryImpl* factory = nullptr;
+    throw_if_error(required<service::array_factory_new>()(&factory), std::string());
+    m_owner.reset(detail::requireObject(factory));
 }
 
-impl::ArrayImpl* ArrayFactory::createRawArray(ArrayType type, const std::vector<std::size_t>& dims)
+Buffer ArrayFactory::createBuffer(ArrayType type, std::size_t count)
 {
-    required<service::array_destroy>();
-    impl::ArrayImpl* array = nullptr;
-    const auto code = required<service::array_factory_create_array>()(m_impl, type, dims.data(),
-                                                                      dims.size(), &array);
-    throw_if_error(code, std::string());
-    return array;
+    void* elements = nullptr;
+    BufferDeleter deleter = nullptr;
+    throw_if_error(required<service::array_factory_create_buffer>()(m_owner.get(), &elements,
+                                                                    &deleter, type, count),
+                   std::string());
+    return {elements, deleter};
 }
 
-impl::ArrayImpl* ArrayFactory::createRawScalar(ArrayType type, const void* element)
+void ArrayFactory::requireCreationFromBuffer()
 {
-    required<service::array_destroy>();
+    prepareCreation();
+}
+
+Array ArrayFactory::createArrayFromBuffer(ArrayType type, const std::vector<std::size_t>& dims,
+                                          Buffer&& buffer)
+{
+    const CreationFromBuffer creation = prepareCreation();
+    const BufferDeleter deleter = buffer.getDeleter();
+    void* elements = buffer.take();
     impl::ArrayImpl* array = nullptr;
-    const auto code =
-        required<service::array_factory_create_scalar>()(m_impl, type, element, &array);
-    throw_if_error(code, std::string());
-    return array;
+    throw_if_error(creation.m_withLayout != nullptr
+                       ? creation.m_withLayout(m_owner.get(), type, dims.data(), dims.size(),
+                                               elements, deleter, &array, kColumnMajor)
+                       : creation.m_withoutLayout(m_owner.get(), type, dims.data(), dims.size(),
+                                                  elements, deleter, &array),
+                   std::string());
+    return Array(detail::requireObject(array));
 }
 
 } // namespace vellum::data

@@ -1,107 +1,88 @@
 #include "indexing/assignment.h"
 
+#include "base/element_width.h"
 #include "construction/element_conversion.h"
 #include "construction/sequence_walk.h"
 #include "indexing/slice_key.h"
+#include "storage/selection.h"
 
 namespace vellum
 {
 namespace
 {
-constexpr int kFailed = -1;
-
-int fail(PyObject* exceptionClass, const std::string& text)
+[[noreturn]] void refuseLength()
 {
-    raise(exceptionClass, text);
-    return kFailed;
+    raise(PyExc_ValueError, "length of slice does not match number of elements.");
 }
 
-int failShape()
-{
-    return fail(PyExc_ValueError,
-                "unable to perform assignment because the left and right sides have a different "
-                "shape.");
-}
-
-int failLength()
-{
-    return fail(PyExc_ValueError, "length of slice does not match number of elements.");
-}
-
-/// A view and one key of it, judged against the dimension that the key applies
-/// to. Foreign code can reshape the record between the judgement and the store:
-/// what was judged is judged again then.
+/// Where an assignment goes: the next dimension of a view, and in it an `Index` or
+/// a `SliceIndexItem`, which takes the place of the view's final slice. Foreign code
+/// can reshape the record between the reading of the key and the store: what was
+/// tested is tested again then.
 class Target
 {
 public:
     explicit Target(const MDArrayView& view)
-        : m_view(view), m_reshapes(view.m_sharedMDA->m_reshapes),
+        : m_view(view), m_reshapes(view.record().reshapes()),
           m_isAtLastDimension(view.isAtLastDimension())
     {
     }
 
     const MDArrayView& view() const { return m_view; }
-    MDArrayWrapper& record() const { return *m_view.m_sharedMDA; }
+    MDArrayWrapper& record() const { return m_view.record(); }
+    const ElementType& type() const { return record().type(); }
     bool isAtLastDimension() const { return m_isAtLastDimension; }
-    Py_ssize_t dimension() const { return record().m_shape[m_view.nextDimension()]; }
+    Py_ssize_t dimension() const { return record().shape()[m_view.nextDimension()]; }
 
-    /// False with "unable to set value." if a reshape has made the view, or the
-    /// key's item, name what isn't there.
-    bool holds(const IndexItem& item) const
+    /// Throws "unable to set value." if a reshape has made the view, or the item,
+    /// name what isn't there.
+    template <class Item>
+    void requireIntact(const Item& item) const
     {
-        const bool stands =
-            m_reshapes == record().m_reshapes ||
-            (m_view.checkFits() && m_isAtLastDimension == m_view.isAtLastDimension() &&
-             !firstOutside(item, dimension()));
-        return stands || refuse();
+        if (m_reshapes != record().reshapes() &&
+            (!m_view.fits() || m_isAtLastDimension != m_view.isAtLastDimension() ||
+             firstOutside(item, dimension())))
+        {
+            raise(PyExc_RuntimeError, kUnableToSet);
+        }
     }
 
     /// The lengths of what the item selects: those of the dimensions behind it,
     /// behind its own if it is a slice.
-    Dimensions selectedLengths(const IndexItem& item) const
+    Dimensions selectedLengths(Index) const
     {
-        Dimensions lengths;
-        if (const auto* slice = std::get_if<SliceIndexItem>(&item))
-        {
-            lengths.push_back(static_cast<std::uint64_t>(slice->m_slice_len.value_or(0)));
-        }
-        const auto& shape = record().m_shape;
-        lengths.insert(lengths.end(), shape.begin() + m_view.m_numberOfIntegerIndicesSoFar + 1,
-                       shape.end());
+        const auto& shape = record().shape();
+        const auto behind = static_cast<std::ptrdiff_t>(m_view.nextDimension()) + 1;
+        return {shape.begin() + behind, shape.end()};
+    }
+    Dimensions selectedLengths(const SliceIndexItem& slice) const
+    {
+        Dimensions lengths = selectedLengths(Index(0));
+        lengths.insert(lengths.begin(), static_cast<std::uint64_t>(slice.m_slice_len));
         return lengths;
     }
 
-    /// The region of the record that the view and the item select, which takes
-    /// the place of the view's final slice. Nothing, with "unable to set value.",
-    /// if one position of it is outside its dimension.
-    std::optional<Selection> region(const IndexItem& item) const
+    /// What the item selects. Throws "unable to set value." if one position of it is
+    /// outside its dimension.
+    Selection region(const SliceIndexItem& slice) const
     {
-        if (firstOutside(item, dimension()))
-        {
-            refuse();
-            return std::nullopt;
-        }
-        MDArrayView local(m_view);
-        if (local.hasFinalSlice())
-        {
-            local.removeFinalSlice();
-        }
-        if (const auto* integer = std::get_if<IntegerIndexItem>(&item))
-        {
-            local.appendIntegerItem(*integer);
-        }
-        else
-        {
-            local.appendSliceItem(std::get<SliceIndexItem>(item));
-        }
-        return selectionOf(local);
+        requireInside(slice);
+        return selectRegion(record(), m_view.integers(), &slice);
+    }
+    Selection region(Index index) const
+    {
+        requireInside(index);
+        return selectRegion(record(), extended(m_view.integers(), index), nullptr);
     }
 
 private:
-    static bool refuse()
+    template <class Item>
+    void requireInside(const Item& item) const
     {
-        raise(PyExc_RuntimeError, kUnableToSet);
-        return false;
+        if (firstOutside(item, dimension()))
+        {
+            raise(PyExc_RuntimeError, kUnableToSet);
+        }
     }
 
     const MDArrayView& m_view;
@@ -111,175 +92,151 @@ private:
 
 /// Stores values in the elements of a region, last dimension fastest, up to the
 /// end of the shorter of the two.
-template <class T>
-void storeRegion(MDArrayWrapper& record, const Selection& region, const std::vector<T>& values)
+void storeRegion(MDArrayWrapper& record, const Selection& region, const ElementBuffer& values)
 {
-    ElementWriter<T> writer(record);
-    auto next = values.begin();
-    forEachElement(region, [&](const char* address) {
-        if (next == values.end())
-        {
-            return false;
-        }
-        const auto offset = address - static_cast<const char*>(record.m_buf);
-        writer.store(offset / record.m_elemSizeInBytes, *next++);
-        return true;
+    const WritableElements writable = record.writableElements();
+    visitElementWidth(values.width(), [&](auto width) {
+        const char* next = values.data();
+        const char* const end = next + values.count() * width;
+        forEachElement(region, [&](const char* address) {
+            if (next == end)
+            {
+                return false;
+            }
+            writable.store(address - record.block(), next, width);
+            next += width;
+            return true;
+        });
     });
 }
 
 /// An integer at the last dimension.
-template <class T>
-int assignElement(const Target& target, const IntegerIndexItem& item, PyObject* value)
+void assignElement(const Target& target, Index index, PyObject* value)
 {
     if (value == nullptr)
     {
-        return fail(PyExc_RuntimeError, kNullData);
+        raise(PyExc_RuntimeError, kNullData);
     }
-    const auto converted = convertScalar<T>(value, false);
-    if (!converted.m_hasValue)
+    alignas(16) char element[16] = {};
+    Refusal refusal;
+    if (!elementConverter(target.type().m_type, false)(readScalar(value), element, refusal))
     {
-        return fail(converted.m_exceptionClass, converted.m_message);
+        raise(refusal.m_exceptionClass, refusal.m_message);
     }
-    std::vector<Py_ssize_t> indices;
-    if (!target.holds(item) || !target.view().integerIndices(indices))
-    {
-        return kFailed;
-    }
-    indices.push_back(item.m_index);
-    return setElement<T>(target.record(), indices, converted.m_value) ? 0 : kFailed;
+    const WritableElements writable = target.record().writableElements();
+    writable.store(target.view().offsetOf(index), element, target.type().m_width);
 }
 
 /// An integer at an earlier dimension, or a slice at the last one: the right side
 /// has exactly the shape of what is selected.
-template <class T>
-int assignSameShape(const Target& target, const IndexItem& item, PyObject* value)
+template <class Item>
+void assignSameShape(const Target& target, const Item& item, PyObject* value)
 {
-    AllocationRequest request{kKindInfoOf<T>.m_shortName};
-    MDArrayBuilder<T> builder(request);
-    if (!walkSequence(builder, value, false) || !target.holds(item))
-    {
-        return kFailed;
-    }
+    AllocationRequest request{target.type().shortName()};
+    MDArrayBuilder builder(target.type(), request);
+    walkSequence(builder, value, false);
+    target.requireIntact(item);
     if (builder.m_initializerDims != target.selectedLengths(item))
     {
-        return failShape();
+        raise(PyExc_ValueError, "unable to perform assignment because the left and right sides "
+                                "have a different shape.");
     }
-    const auto region = target.region(item);
-    if (!region)
+    const Selection region = target.region(item);
+    if (builder.m_values.count() != 0)
     {
-        return kFailed;
+        storeRegion(target.record(), region, builder.m_values);
     }
-    if (!builder.m_values.empty())
-    {
-        storeRegion(target.record(), *region, builder.m_values);
-    }
-    return 0;
 }
 
 /// A slice at an earlier dimension: only the number of elements counts. The
 /// right side's elements are stored up to the end of the shorter side.
-template <class T>
-int assignSliceRegion(const Target& target, SliceIndexItem item, PyObject* value)
+void assignSliceRegion(const Target& target, const SliceIndexItem& item, PyObject* value)
 {
-    AllocationRequest request{kKindInfoOf<T>.m_shortName};
-    MDArrayBuilder<T> builder(request);
-    if (!walkSequence(builder, value, false) || !target.holds(item))
+    AllocationRequest request{target.type().shortName()};
+    MDArrayBuilder builder(target.type(), request);
+    walkSequence(builder, value, false);
+    target.requireIntact(item);
+    const bool isEmptySlice = item.m_slice_len == 0;
+    if (builder.m_values.count() == 0)
     {
-        return kFailed;
-    }
-    const bool isEmptySlice = item.m_slice_len.value_or(0) == 0;
-    if (builder.m_values.empty())
-    {
-        return isEmptySlice ? 0 : fail(PyExc_ValueError, "slice is nonempty but values are empty.");
+        if (!isEmptySlice)
+        {
+            raise(PyExc_ValueError, "slice is nonempty but values are empty.");
+        }
+        return;
     }
     if (isEmptySlice)
     {
-        return fail(PyExc_ValueError,
-                    "slice is empty, but number of elements assigned is greater than zero.");
+        raise(PyExc_ValueError,
+              "slice is empty, but number of elements assigned is greater than zero.");
     }
-    if (target.view().hasFinalSlice() && !composeWithFinalSlice(target.view(), item))
+    const auto& outer = target.view().finalSlice();
+    const Selection region = target.region(outer ? composeWithSlice(*outer, item) : item);
+    if (region.isEmpty())
     {
-        return kFailed;
+        refuseLength();
     }
-    const auto region = target.region(item);
-    if (!region)
+    storeRegion(target.record(), region, builder.m_values);
+    if (region.count() != builder.m_values.count())
     {
-        return kFailed;
+        refuseLength();
     }
-    if (region->isEmpty())
-    {
-        return failLength();
-    }
-    storeRegion(target.record(), *region, builder.m_values);
-    return region->count() == builder.m_values.size() ? 0 : failLength();
 }
 
-template <class T>
-int assignAtIndex(const Target& target, Py_ssize_t index, PyObject* value)
+void assignAtIndex(const Target& target, Py_ssize_t key, PyObject* value)
 {
-    IntegerIndexItem item{index, false};
-    if (IndexRefusal refusal; !item.normalize(target.dimension(), refusal))
+    auto index = normalizeIndex(key, target.dimension());
+    if (!index)
     {
-        return fail(PyExc_IndexError, "index has an invalid value: " + std::to_string(index));
+        raise(PyExc_IndexError, invalidIndexText(key));
     }
-    const MDArrayView& view = target.view();
-    if (view.hasFinalSlice() && !indexIntoFinalSlice(view, item))
+    if (target.view().finalSlice())
     {
-        return kFailed;
+        index = indexIntoSlice(*target.view().finalSlice(), *index);
     }
-    return target.isAtLastDimension() ? assignElement<T>(target, item, value)
-                                      : assignSameShape<T>(target, item, value);
+    if (!index)
+    {
+        raise(PyExc_RuntimeError, "unable to index into slice.");
+    }
+    if (target.isAtLastDimension())
+    {
+        assignElement(target, *index, value);
+    }
+    else
+    {
+        assignSameShape(target, *index, value);
+    }
 }
 
-template <class T>
-int assignAtSlice(const Target& target, PyObject* key, PyObject* value)
+void assignAtSlice(const Target& target, PyObject* key, PyObject* value)
 {
-    SliceIndexItem item;
-    if (!readSliceKey(key, target.dimension(), item) || !target.holds(item))
-    {
-        return kFailed;
-    }
+    const SliceIndexItem item = readSliceKey(key, target.dimension());
+    target.requireIntact(item);
     if (!target.isAtLastDimension())
     {
-        return assignSliceRegion<T>(target, item, value);
+        assignSliceRegion(target, item, value);
+        return;
     }
-    if (target.view().hasFinalSlice() && !composeWithFinalSlice(target.view(), item))
-    {
-        return kFailed;
-    }
-    return assignSameShape<T>(target, item, value);
+    const auto& outer = target.view().finalSlice();
+    assignSameShape(target, outer ? composeWithSlice(*outer, item) : item, value);
 }
 
 } // namespace
 
-template <SupportedArrayEnum kind>
 int assignSubscript(PyObject*, MDArrayView& view, PyObject* key, PyObject* value)
 {
-    if (!view.checkHasDimension())
-    {
-        return kFailed;
-    }
+    view.requireDimension();
     const Target target(view);
-    return visitComplexity<kind>(view.m_isComplex, [&]<class T>(std::type_identity<T>) {
-        if (PyLong_Check(key))
-        {
-            const Py_ssize_t index = callOut(PyLong_AsSsize_t, key);
-            return index == -1 && PyErr_Occurred() != nullptr
-                       ? kFailed
-                       : assignAtIndex<T>(target, index, value);
-        }
-        if (Py_TYPE(key) != &PySlice_Type)
-        {
-            return fail(PyExc_RuntimeError, "index is not an integer or slice.");
-        }
-        return assignAtSlice<T>(target, key, value);
-    });
+    if (isIntegerKey(key))
+    {
+        assignAtIndex(target, readIntegerKey(key), value);
+    }
+    else
+    {
+        requireSliceKey(key);
+        assignAtSlice(target, key, value);
+    }
+    return 0;
 }
-
-#define VELLUM_INSTANTIATE(ACTION, kind, ...)                                                      \
-    template int assignSubscript<SupportedArrayEnum::kind>(PyObject*, MDArrayView&, PyObject*,     \
-                                                           PyObject*);
-VELLUM_ELEMENT_KINDS(VELLUM_INSTANTIATE, VELLUM_INSTANTIATE, )
-#undef VELLUM_INSTANTIATE
 
 } // namespace vellum

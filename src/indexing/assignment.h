@@ -2,12 +2,11 @@
 /// right side is read completely before the first store.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {
 /// `mp_ass_subscript`: a null `value` means `del a[key]`, which is refused.
-template <SupportedArrayEnum kind>
 int assignSubscript(PyObject* self, MDArrayView& view, PyObject* key, PyObject* value);
 
 } // namespace vellum

@@ -1,6 +1,6 @@
 #include "indexing/iterator.h"
 
-#include "indexing/element_to_python.h"
+#include "interpreter/guard.h"
 
 namespace vellum
 {
@@ -11,14 +11,14 @@ struct IteratorObject
     PyObject_HEAD MDArrayIterator* m_state; ///< owned
 };
 
-MDArrayIterator*& stateOf(PyObject* self)
+MDArrayIterator*& stateIn(PyObject* self)
 {
     return reinterpret_cast<IteratorObject*>(self)->m_state;
 }
 
 void deallocateIterator(PyObject* self)
 {
-    delete stateOf(self);
+    delete stateIn(self);
     PyObject_Free(self);
 }
 
@@ -30,12 +30,12 @@ PyObject* iteratorItself(PyObject* self)
 
 PyObject* nextItem(PyObject* self)
 {
-    return guarded([&]() -> PyObject* {
-        if (self == nullptr || stateOf(self) == nullptr)
+    return guarded([&] {
+        if (self == nullptr || stateIn(self) == nullptr)
         {
-            return raise(PyExc_RuntimeError, kNotInitialized);
+            raise(PyExc_RuntimeError, kNotInitialized);
         }
-        return stateOf(self)->next();
+        return stateIn(self)->next();
     });
 }
 
@@ -56,11 +56,20 @@ constexpr PyTypeObject describeIteratorClass()
 constinit PyTypeObject iteratorClass = describeIteratorClass();
 
 MDArrayIterator::MDArrayIterator(const MDArrayView& view)
-    : m_view(view), m_depth(view.m_numberOfIntegerIndicesSoFar),
-      m_currentIndices(firstIndices(view.m_indices, view.nextDimension() + 1)),
-      m_isExhausted(!indexIsInView(m_currentIndices, view.m_sharedMDA->m_shape, view.m_indices)),
-      m_yieldsArrays(view.m_sharedMDA->m_nDim - m_depth > 1)
+    : m_view(view), m_isExhausted(lengthNow() == 0), m_yieldsArrays(!view.isAtLastDimension()),
+      m_toPython(elementToPython(view.record().type().m_type))
 {
+}
+
+/// As the record is now.
+Index MDArrayIterator::lengthNow() const
+{
+    if (m_view.finalSlice())
+    {
+        return m_view.finalSlice()->m_slice_len;
+    }
+    const auto& shape = m_view.record().shape();
+    return m_view.nextDimension() < shape.size() ? shape[m_view.nextDimension()] : 0;
 }
 
 PyObject* MDArrayIterator::next()
@@ -70,75 +79,55 @@ PyObject* MDArrayIterator::next()
         callOut(PyErr_SetNone, PyExc_StopIteration);
         return nullptr;
     }
-    /// Also where no item can be made.
-    struct MoveOn
-    {
-        MDArrayIterator& m_iterator;
-        ~MoveOn() { m_iterator.moveOn(); }
-    };
-    const MoveOn moveOnAfterwards{*this};
-    return currentItem();
+    const Index position = m_view.finalSlice() ? m_view.finalSlice()->valueAt(m_step) : m_step;
+    ++m_step;
+    m_isExhausted = m_step >= lengthNow();
+    return itemAt(position);
 }
 
-void MDArrayIterator::moveOn() noexcept
+/// Throws unless the position is one of the record's, which only a reshape can
+/// change.
+void MDArrayIterator::requirePosition(Index position) const
 {
-    m_isExhausted =
-        !advanceIndices(m_currentIndices, m_view.m_sharedMDA->m_shape, m_view.m_indices);
-}
-
-/// Whether the position is one of the record's, which only a reshape since the
-/// last step can change.
-bool MDArrayIterator::checkPosition() const
-{
-    const auto& shape = m_view.m_sharedMDA->m_shape;
-    if (m_currentIndices.size() + (m_yieldsArrays ? 1 : 0) > shape.size())
+    const auto& shape = m_view.record().shape();
+    const auto& integers = m_view.integers();
+    if (integers.size() + (m_yieldsArrays ? 1 : 0) >= shape.size())
     {
         raise(PyExc_RuntimeError, kTooManyIndices);
-        return false;
     }
-    for (std::size_t k = 0; k < m_currentIndices.size(); ++k)
+    for (std::size_t k = 0; k <= integers.size(); ++k)
     {
-        if (m_currentIndices[k] < 0 || m_currentIndices[k] >= shape[k])
+        const Index index = k < integers.size() ? integers[k] : position;
+        if (firstOutside(index, shape[k]))
         {
-            raise(PyExc_IndexError,
-                  "index has an invalid value: " + std::to_string(m_currentIndices[k]));
-            return false;
+            raise(PyExc_IndexError, invalidIndexText(index));
         }
     }
-    return true;
 }
 
-PyObject* MDArrayIterator::currentItem() const
+PyObject* MDArrayIterator::itemAt(Index position) const
 {
-    if (!checkPosition())
+    const MDArrayWrapper& record = m_view.record();
+    if (!m_view.isTested())
     {
-        return nullptr;
+        requirePosition(position);
     }
     if (m_yieldsArrays)
     {
-        return newArrayObject(std::make_unique<MDArrayView>(m_view, m_currentIndices));
+        return newArrayObject(std::make_unique<MDArrayView>(m_view, position));
     }
-    const MDArrayWrapper& record = *m_view.m_sharedMDA;
-    const char* address = record.elementAddress(m_currentIndices);
-    if (address == nullptr)
-    {
-        return nullptr;
-    }
-    return elementOfType(record.m_arrayType, address);
+    return m_toPython(record.block() + m_view.offsetOf(position));
 }
 
 PyObject* makeIterator(PyObject*, MDArrayView& view)
 {
-    if (!view.checkHasDimension())
-    {
-        return nullptr;
-    }
+    view.requireDimension();
     PyRef object(callOut(iteratorClass.tp_alloc, &iteratorClass, 0));
     if (!object)
     {
-        return raise(PyExc_RuntimeError, kNoInstance);
+        raise(PyExc_RuntimeError, kNoInstance);
     }
-    stateOf(object.get()) = new MDArrayIterator(view);
+    stateIn(object.get()) = new MDArrayIterator(view);
     return object.release();
 }
 

@@ -1,7 +1,8 @@
 /// Iteration: the class `VellumPyIter` and its state.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
+#include "storage/element_to_python.h"
 
 namespace vellum
 {
@@ -11,28 +12,29 @@ namespace vellum
 class MDArrayIterator
 {
 public:
+    /// The view has a next dimension.
     explicit MDArrayIterator(const MDArrayView& view);
 
-    /// The next item, or null with `StopIteration` or another error set. Moves on
-    /// in either case.
+    /// The next item. At the end it returns null with `StopIteration` set, without a
+    /// throw. It has moved on also where no item can be made.
     PyObject* next();
 
 private:
-    PyObject* currentItem() const;
-    void moveOn() noexcept;
-    bool checkPosition() const;
+    Index lengthNow() const;
+    void requirePosition(Index position) const;
+    PyObject* itemAt(Index position) const;
 
     MDArrayView m_view;
-    Py_ssize_t m_depth;                       ///< the dimension that is walked
-    std::vector<Py_ssize_t> m_currentIndices; ///< what the next step yields
+    Index m_step = 0; ///< how many steps have been made
     bool m_isExhausted;
     bool m_yieldsArrays; ///< partial arrays, not scalars
+    ElementToPython m_toPython;
 };
 
 extern PyTypeObject iteratorClass;
 
 /// `tp_iter` of the array classes: a new `VellumPyIter` at the view's start.
-/// "too many indices." if there is no dimension to walk.
+/// "too many indices." if there is no dimension to iterate over.
 PyObject* makeIterator(PyObject* self, MDArrayView& view);
 
 } // namespace vellum

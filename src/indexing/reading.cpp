@@ -1,103 +1,37 @@
 #include "indexing/reading.h"
 
-#include "indexing/element_to_python.h"
 #include "indexing/slice_key.h"
+#include "storage/element_to_python.h"
 
 namespace vellum
 {
-namespace
-{
-/// A partial array: `view` with one more item, in place of its final slice.
-template <class Append>
-PyObject* makePartialArray(const MDArrayView& view, Append&& append)
-{
-    auto partial = std::make_unique<MDArrayView>(view);
-    if (partial->hasFinalSlice())
-    {
-        partial->removeFinalSlice();
-    }
-    append(*partial);
-    return newArrayObject(std::move(partial));
-}
-
-/// The element at the integer items of `view` and `lastIndex`.
-template <SupportedArrayEnum kind>
-PyObject* readElement(const MDArrayView& view, Py_ssize_t lastIndex)
-{
-    std::vector<Py_ssize_t> indices;
-    if (!view.integerIndices(indices))
-    {
-        return nullptr;
-    }
-    indices.push_back(lastIndex);
-    const char* address = view.m_sharedMDA->elementAddress(indices);
-    if (address == nullptr)
-    {
-        return nullptr;
-    }
-    return visitComplexity<kind>(view.m_isComplex, [&]<class T>(std::type_identity<T>) {
-        return elementToPython<T>(address);
-    });
-}
-} // namespace
-
-template <SupportedArrayEnum kind>
 PyObject* readItem(PyObject*, MDArrayView& view, Py_ssize_t index)
 {
-    const Py_ssize_t length = view.currentLength();
-    if (length < 0)
+    const auto position = normalizeIndex(index, view.currentLength());
+    if (!position)
     {
+        setError(PyExc_IndexError, invalidIndexText(index));
         return nullptr;
     }
-    IntegerIndexItem item{index, false};
-    if (IndexRefusal refusal; !item.normalize(length, refusal))
+    const Index selected = view.finalSlice() ? view.finalSlice()->valueAt(*position) : *position;
+    if (!view.isAtLastDimension())
     {
-        return raise(PyExc_IndexError, "index has an invalid value: " + std::to_string(index));
+        return newArrayObject(std::make_unique<MDArrayView>(view, selected));
     }
-    if (view.hasFinalSlice() && !indexIntoFinalSlice(view, item))
-    {
-        return nullptr;
-    }
-    if (view.isAtLastDimension())
-    {
-        return readElement<kind>(view, item.m_index);
-    }
-    return makePartialArray(view, [&](MDArrayView& partial) { partial.appendIntegerItem(item); });
+    const MDArrayWrapper& record = view.record();
+    return elementToPython(record.type().m_type)(record.block() + view.offsetOf(selected));
 }
 
-template <SupportedArrayEnum kind>
 PyObject* readSubscript(PyObject* self, MDArrayView& view, PyObject* key)
 {
-    if (PyLong_Check(key))
+    if (isIntegerKey(key))
     {
-        const Py_ssize_t index = callOut(PyLong_AsSsize_t, key);
-        if (index == -1 && PyErr_Occurred() != nullptr)
-        {
-            return nullptr;
-        }
-        return readItem<kind>(self, view, index);
+        return readItem(self, view, readIntegerKey(key));
     }
-    if (Py_TYPE(key) != &PySlice_Type)
-    {
-        return raise(PyExc_RuntimeError, "index is not an integer or slice.");
-    }
-    const Py_ssize_t length = view.currentLength();
-    SliceIndexItem item;
-    if (length < 0 || !readSliceKey(key, length, item))
-    {
-        return nullptr;
-    }
-    if (view.hasFinalSlice() && !composeWithFinalSlice(view, item))
-    {
-        return nullptr;
-    }
-    return makePartialArray(view, [&](MDArrayView& partial) { partial.appendSliceItem(item); });
+    requireSliceKey(key);
+    const SliceIndexItem item = readSliceKey(key, view.currentLength());
+    return newArrayObject(std::make_unique<MDArrayView>(
+        view, view.finalSlice() ? composeWithSlice(*view.finalSlice(), item) : item));
 }
-
-#define VELLUM_INSTANTIATE(ACTION, kind, ...)                                                      \
-    template PyObject* readItem<SupportedArrayEnum::kind>(PyObject*, MDArrayView&, Py_ssize_t);    \
-    template PyObject* readSubscript<SupportedArrayEnum::kind>(PyObject*, MDArrayView&, PyObject*);
-VELLUM_ELEMENT_KINDS(VELLUM_INSTANTIATE, VELLUM_INSTANTIATE, )
-#undef VELLUM_INSTANTIATE
 
 } // namespace vellum

@@ -1,26 +1,37 @@
 #include "indexing/slice_key.h"
 
+#include "interpreter/foreign_code.h"
+#include "interpreter/python_error.h"
+
 namespace vellum
 {
 namespace
 {
-constexpr const char* kNoFinalSlice =
-    "unable to retrieve index values from slice in final position.";
 constexpr const char* kZeroStep = "slice step cannot be zero.";
 
 /// What no step becomes: the interpreter replaces it by its successor.
 constexpr Py_ssize_t kStepNotRead = PY_SSIZE_T_MIN;
 } // namespace
 
-bool raiseRefusal(const IndexRefusal& refusal)
+Py_ssize_t readIntegerKey(PyObject* key)
 {
-    raise(refusal.m_category == IndexRefusal::Category::Value ? PyExc_ValueError
-                                                              : PyExc_RuntimeError,
-          refusal.m_text);
-    return false;
+    const Py_ssize_t index = callOut(PyLong_AsSsize_t, key);
+    if (index == -1 && PyErr_Occurred() != nullptr)
+    {
+        throw PythonError();
+    }
+    return index;
 }
 
-bool readSliceKey(PyObject* slice, Py_ssize_t len, SliceIndexItem& item)
+void requireSliceKey(PyObject* key)
+{
+    if (Py_TYPE(key) != &PySlice_Type)
+    {
+        raise(PyExc_RuntimeError, "index is not an integer or slice.");
+    }
+}
+
+SliceIndexItem readSliceKey(PyObject* slice, Py_ssize_t len)
 {
     Py_ssize_t start = 0;
     Py_ssize_t stop = 0;
@@ -29,38 +40,16 @@ bool readSliceKey(PyObject* slice, Py_ssize_t len, SliceIndexItem& item)
     {
         if (step == 0)
         {
-            raise(PyExc_ValueError, kZeroStep);
+            overrideError(PyExc_ValueError, kZeroStep);
         }
-        else if (step == kStepNotRead)
+        if (step == kStepNotRead)
         {
             replaceError(PyExc_ValueError, kZeroStep);
         }
-        return false;
+        throw PythonError();
     }
     const Py_ssize_t length = PySlice_AdjustIndices(len, &start, &stop, step);
-    item = {start, stop, step, length, false};
-    IndexRefusal refusal;
-    if (!item.normalize(len, refusal))
-    {
-        raise(PyExc_ValueError, "index has an invalid value: (" + std::to_string(start) + ":" +
-                                    std::to_string(stop) + ":" + std::to_string(step) + ")");
-        return false;
-    }
-    return true;
-}
-
-bool indexIntoFinalSlice(const MDArrayView& view, IntegerIndexItem& item)
-{
-    IndexRefusal refusal{IndexRefusal::Category::Runtime, kNoFinalSlice};
-    const SliceIndexItem* slice = view.finalSlice();
-    return (slice != nullptr && indexIntoSlice(*slice, item, refusal)) || raiseRefusal(refusal);
-}
-
-bool composeWithFinalSlice(const MDArrayView& view, SliceIndexItem& item)
-{
-    IndexRefusal refusal{IndexRefusal::Category::Runtime, kNoFinalSlice};
-    const SliceIndexItem* slice = view.finalSlice();
-    return (slice != nullptr && composeWithSlice(*slice, item, refusal)) || raiseRefusal(refusal);
+    return length == 0 ? SliceIndexItem() : SliceIndexItem{start, step, length};
 }
 
 } // namespace vellum

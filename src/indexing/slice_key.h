@@ -1,22 +1,27 @@
-/// Python slices into index items, and items applied to a view. `bool` results:
-/// false means that a Python error is set.
+/// Python keys into index items.
 #pragma once
 
-#include "storage/array_view.h"
+#include <Python.h>
+
+#include "index/index_items.h"
 
 namespace vellum
 {
-/// Sets the refusal as a Python error. Returns false.
-bool raiseRefusal(const IndexRefusal& refusal);
+/// Whether a key is an integer: an `int` or of a subclass. What is neither that nor
+/// exactly a slice is refused by `readSliceKey`.
+inline bool isIntegerKey(PyObject* key)
+{
+    return PyLong_Check(key);
+}
 
-/// The item that selects what `range(*key.indices(len))` selects. A slice
-/// member's `__index__` can run any code.
-bool readSliceKey(PyObject* slice, Py_ssize_t len, SliceIndexItem& item);
+/// The value of an integer key; Python's `OverflowError` where it has none.
+Py_ssize_t readIntegerKey(PyObject* key);
 
-/// The item's value goes through the view's final slice.
-bool indexIntoFinalSlice(const MDArrayView& view, IntegerIndexItem& item);
+/// Throws unless the key is exactly a slice.
+void requireSliceKey(PyObject* key);
 
-/// The item becomes the slice of the view's final slice.
-bool composeWithFinalSlice(const MDArrayView& view, SliceIndexItem& item);
+/// What `range(*key.indices(len))` selects. A slice member's `__index__` can run
+/// any code.
+SliceIndexItem readSliceKey(PyObject* slice, Py_ssize_t len);
 
 } // namespace vellum

@@ -1,42 +1,37 @@
 #include "interpreter/containers.h"
 
+#include "interpreter/signals.h"
+
 namespace vellum
 {
-UnfinishedContainer::UnfinishedContainer(PyObject* owned)
-    : m_container(owned), m_isHidden(owned != nullptr && Py_SIZE(owned) > 0)
+PyRef tupleOf(std::vector<Py_ssize_t> numbers)
 {
-    if (m_isHidden)
+    const auto count = static_cast<Py_ssize_t>(numbers.size());
+    PyRef tuple = checked(callOut(PyTuple_New, count));
+    if (count == 0)
     {
-        PyObject_GC_UnTrack(owned);
+        return tuple; // one for all
     }
+    PyObject_GC_UnTrack(tuple.get());
+    for (Py_ssize_t i = 0; i < count; ++i)
+    {
+        PyRef number = checked(PyLong_FromSsize_t(numbers[static_cast<std::size_t>(i)]));
+        PyTuple_SET_ITEM(tuple.get(), i, number.release());
+        SignalWatch::atStep(i);
+    }
+    PyObject_GC_Track(tuple.get());
+    return tuple;
 }
 
-PyObject* UnfinishedContainer::finish()
+NewList::NewList(Py_ssize_t length) : m_list(checked(callOut(PyList_New, length)))
 {
-    if (m_isHidden)
-    {
-        PyObject_GC_Track(m_container.get());
-    }
-    return m_container.release();
+    PyObject_GC_UnTrack(m_list.get());
 }
 
-PyObject* tupleOfIntegers(std::vector<Py_ssize_t> values)
+PyRef NewList::finish()
 {
-    auto tuple = UnfinishedContainer::tuple(static_cast<Py_ssize_t>(values.size()));
-    if (!tuple)
-    {
-        return nullptr;
-    }
-    for (std::size_t k = 0; k < values.size(); ++k)
-    {
-        PyObject* item = PyLong_FromSsize_t(values[k]);
-        if (item == nullptr)
-        {
-            return nullptr;
-        }
-        PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(k), item);
-    }
-    return tuple.finish();
+    PyObject_GC_Track(m_list.get());
+    return std::move(m_list);
 }
 
 } // namespace vellum

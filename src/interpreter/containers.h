@@ -1,4 +1,7 @@
-/// The lists and tuples that the module makes.
+/// Tuples and lists in the making. Up to CPython 3.11 making a tracked object can
+/// run a collection, and what that runs can find every container that the
+/// collector knows: one whose items are still null ends the process. So they are
+/// hidden from it until they are filled.
 #pragma once
 
 #include "interpreter/python_ref.h"
@@ -7,37 +10,24 @@
 
 namespace vellum
 {
-/// Owns a new list or tuple until its items are in place. Up to then the garbage
-/// collector doesn't see it, and so `gc.get_objects()` doesn't show it: whoever
-/// read an item that is still null would end the process.
-class UnfinishedContainer
+/// A new tuple of `int`. The numbers are the tuple's own copy: making it can run
+/// code that changes where they came from.
+PyRef tupleOf(std::vector<Py_ssize_t> numbers);
+
+/// A list that is being filled.
+class NewList
 {
 public:
-    /// Empty with a Python error if there is no memory for it.
-    static UnfinishedContainer list(Py_ssize_t length)
-    {
-        return UnfinishedContainer(callOut(PyList_New, length));
-    }
-    static UnfinishedContainer tuple(Py_ssize_t length)
-    {
-        return UnfinishedContainer(callOut(PyTuple_New, length));
-    }
+    explicit NewList(Py_ssize_t length);
 
-    PyObject* get() const { return m_container.get(); }
-    explicit operator bool() const { return static_cast<bool>(m_container); }
+    /// Takes over `item`. Each position is set once.
+    void set(Py_ssize_t position, PyObject* item) { PyList_SET_ITEM(m_list.get(), position, item); }
 
-    /// A new reference to the container, whose items are all in place.
-    PyObject* finish();
+    /// The list, with all its items set, as everybody may see it.
+    PyRef finish();
 
 private:
-    explicit UnfinishedContainer(PyObject* owned);
-
-    PyRef m_container;
-    bool m_isHidden; ///< false without items: an empty tuple is everybody's
+    PyRef m_list;
 };
-
-/// A new tuple of `int`; null with a Python error if there is no memory for it.
-/// By value: making the tuple can run a collection, which can run any code.
-PyObject* tupleOfIntegers(std::vector<Py_ssize_t> values);
 
 } // namespace vellum

@@ -17,9 +17,9 @@ namespace vellum
 [[noreturn]] void parkThread() noexcept;
 
 /// `function(arguments...)`, from which no unwinding comes back. There is no object
-/// behind the reference that is caught, which one sanitizer would take for a fault.
+/// behind the reference that is caught, which a sanitizer would take for a fault.
 template <class Function, class... Arguments>
-__attribute__((no_sanitize("undefined"))) auto callOut(Function function, Arguments... arguments)
+[[gnu::no_sanitize("undefined")]] auto callOut(Function function, Arguments... arguments)
 {
     try
     {

@@ -1,31 +1,26 @@
 #include "interpreter/guard.h"
 
 #include "dataclient/array_exception.h"
+#include "interpreter/foreign_code.h"
 
 namespace vellum
 {
 namespace
 {
-void raiseMemoryError(const AllocationRequest* request, const char* text)
+void setMemoryError(const AllocationRequest* request, const char* text) noexcept
 {
     try
     {
-        raise(PyExc_MemoryError, request != nullptr ? request->failureText() : text);
+        setError(PyExc_MemoryError, request != nullptr ? request->failureText() : text);
     }
     catch (const std::bad_alloc&)
     {
-        PyErr_NoMemory(); // not even the text can be had
+        callOut(PyErr_NoMemory); // not even the text can be had
     }
 }
 } // namespace
 
-std::string AllocationRequest::failureText() const
-{
-    return "unable to allocate memory for array with number of elements = " +
-           std::to_string(m_count) + "; type = " + m_shortName;
-}
-
-void raiseFromException(const AllocationRequest* request)
+void setErrorFromException(const AllocationRequest* request) noexcept
 {
     try
     {
@@ -33,35 +28,35 @@ void raiseFromException(const AllocationRequest* request)
     }
     catch (const AllocationError& error)
     {
-        raiseMemoryError(nullptr, error.what());
+        setMemoryError(nullptr, error.what());
     }
     catch (const std::bad_alloc&)
     {
         // Its own text says nothing that the class doesn't.
-        raiseMemoryError(request, "");
+        setMemoryError(request, "");
     }
     catch (const data::detail::OutOfMemory& error)
     {
-        raiseMemoryError(request, error.what());
+        setMemoryError(request, error.what());
     }
     catch (const data::detail::TooManyElements& error)
     {
         if (request != nullptr)
         {
-            raiseMemoryError(request, error.what());
+            setMemoryError(request, error.what());
         }
         else
         {
-            raise(PyExc_RuntimeError, error.what());
+            setError(PyExc_RuntimeError, error.what());
         }
     }
     catch (const std::exception& error)
     {
-        raise(PyExc_RuntimeError, error.what());
+        setError(PyExc_RuntimeError, error.what());
     }
     catch (...)
     {
-        raise(PyExc_RuntimeError, "unknown error.");
+        setError(PyExc_RuntimeError, "unknown error.");
     }
 }
 

@@ -6,52 +6,50 @@ namespace vellum
 {
 namespace
 {
+constexpr const char* kNoArrayArrayClass = "unable to retrieve array.array class.";
+
 // Owned. Never released: there is no point in shutdown behind the last use.
 PyObject* theShapeError = nullptr;
 PyObject* theSizeError = nullptr;
 PyObject* theArrayArrayClass = nullptr;
 
-bool makeException(PyObject*& exceptionClass, const char* dottedName)
+void makeException(PyObject*& exceptionClass, const char* dottedName)
 {
     if (exceptionClass == nullptr)
     {
-        exceptionClass = callOut(PyErr_NewException, dottedName, nullptr, nullptr);
+        exceptionClass =
+            checked(callOut(PyErr_NewException, dottedName, nullptr, nullptr)).release();
     }
-    return exceptionClass != nullptr;
 }
 } // namespace
 
-bool makeExceptionClasses()
+void makeExceptionClasses()
 {
-    return makeException(theShapeError, "vellumexceptions.ShapeError") &&
-           makeException(theSizeError, "vellumexceptions.SizeError");
+    makeException(theShapeError, "vellumexceptions.ShapeError");
+    makeException(theSizeError, "vellumexceptions.SizeError");
 }
 
-bool findArrayArrayClass()
+void findArrayArrayClass()
 {
     if (theArrayArrayClass != nullptr)
     {
-        return true;
+        return;
     }
     const PyRef module(callOut(PyImport_ImportModule, "array"));
     if (!module)
     {
         replaceError(PyExc_RuntimeError, "unable to import array module.");
-        return false;
     }
     PyRef found(callOut(PyObject_GetAttrString, module.get(), "array"));
     if (!found)
     {
         replaceError(PyExc_RuntimeError, kNoArrayArrayClass);
-        return false;
     }
     if (!PyCallable_Check(found.get()))
     {
         raise(PyExc_RuntimeError, "array.array class is not callable.");
-        return false;
     }
     theArrayArrayClass = found.release();
-    return true;
 }
 
 PyObject* shapeErrorClass()
@@ -66,6 +64,10 @@ PyObject* sizeErrorClass()
 
 PyObject* arrayArrayClass()
 {
+    if (theArrayArrayClass == nullptr)
+    {
+        raise(PyExc_RuntimeError, kNoArrayArrayClass);
+    }
     return theArrayArrayClass;
 }
 

@@ -7,13 +7,9 @@
 
 namespace vellum
 {
-inline constexpr const char* kNoArrayArrayClass = "unable to retrieve array.array class.";
-
-/// Makes what isn't made yet. False with the Python error that has come up.
-bool makeExceptionClasses();
-/// Looks for `array.array` unless it's found already. False with a Python error,
-/// a `RuntimeError` of its own as a rule.
-bool findArrayArrayClass();
+/// Make and find what isn't there yet.
+void makeExceptionClasses();
+void findArrayArrayClass();
 
 /// Borrowed. Element counts differ: raised by construction and reshape.
 /// `RuntimeError` while the class couldn't be made.
@@ -21,6 +17,6 @@ PyObject* shapeErrorClass();
 /// Borrowed. Counts agree and shapes don't: raised by construction.
 /// `RuntimeError` while the class couldn't be made.
 PyObject* sizeErrorClass();
-/// Borrowed. The class `array.array`; null while it isn't found.
+/// Borrowed. The class `array.array`. Throws a `RuntimeError` while it isn't found.
 PyObject* arrayArrayClass();
 } // namespace vellum

@@ -30,9 +30,42 @@ PyRef takeException()
     }
     return exception;
 }
+
+/// As it is: its context too.
+void setException(PyRef exception)
+{
+    PyObject* type = reinterpret_cast<PyObject*>(Py_TYPE(exception.get()));
+    PyObject* traceback = PyException_GetTraceback(exception.get());
+    callOut(PyErr_Restore, PyRef::fromBorrowed(type).release(), exception.release(), traceback);
+}
+
+/// Whether an exception stands against any text.
+bool isStronger(PyObject* exception)
+{
+    return PyErr_GivenExceptionMatches(exception, PyExc_Exception) == 0 ||
+           PyErr_GivenExceptionMatches(exception, PyExc_MemoryError) != 0;
+}
+
+/// The pending error, if there is one and a text can take its place. One that is
+/// stronger stands, and goes on.
+PyRef takeWeakerException()
+{
+    if (PyErr_Occurred() == nullptr)
+    {
+        return PyRef();
+    }
+    // Making the exception object can raise another in its place: that one counts.
+    PyRef exception = takeException();
+    if (exception && isStronger(exception.get()))
+    {
+        setException(std::move(exception));
+        throw PythonError();
+    }
+    return exception;
+}
 } // namespace
 
-std::nullptr_t raise(PyObject* exceptionClass, std::string_view text)
+void setError(PyObject* exceptionClass, std::string_view text) noexcept
 {
     const PyRef message(callOut(PyUnicode_DecodeUTF8, text.data(),
                                 static_cast<Py_ssize_t>(text.size()), "backslashreplace"));
@@ -40,33 +73,32 @@ std::nullptr_t raise(PyObject* exceptionClass, std::string_view text)
     {
         callOut(PyErr_SetObject, exceptionClass, message.get());
     }
-    return nullptr;
 }
 
-std::nullptr_t replaceError(PyObject* exceptionClass, std::string_view text)
+void raise(PyObject* exceptionClass, std::string_view text)
 {
-    if (PyErr_Occurred() == nullptr)
-    {
-        return raise(exceptionClass, text);
-    }
-    if (PyErr_ExceptionMatches(PyExc_Exception) == 0 || PyErr_ExceptionMatches(PyExc_MemoryError))
-    {
-        return nullptr;
-    }
-    PyRef cause = takeException();
-    raise(exceptionClass, text);
-    PyRef exception = takeException();
-    if (!exception)
-    {
-        return raise(exceptionClass, text);
-    }
-    if (cause)
+    setError(exceptionClass, text);
+    throw PythonError();
+}
+
+void replaceError(PyObject* exceptionClass, std::string_view text)
+{
+    PyRef cause = takeWeakerException();
+    setError(exceptionClass, text);
+    PyRef exception = cause ? takeException() : PyRef();
+    if (exception)
     {
         PyException_SetContext(exception.get(), PyRef::fromBorrowed(cause.get()).release());
         PyException_SetCause(exception.get(), cause.release());
+        setException(std::move(exception));
     }
-    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.get())), exception.get());
-    return nullptr;
+    throw PythonError();
+}
+
+void overrideError(PyObject* exceptionClass, std::string_view text)
+{
+    takeWeakerException();
+    raise(exceptionClass, text);
 }
 
 SavedError::~SavedError()

@@ -10,7 +10,8 @@
 
 namespace vellum
 {
-/// Owns one reference, or nothing.
+/// Owns one reference, or nothing. Giving up the last reference to an object can
+/// run any code; the error that stands then stands afterwards.
 class PyRef
 {
 public:
@@ -31,9 +32,17 @@ public:
     }
     ~PyRef()
     {
-        if (m_object != nullptr)
+        if (m_object == nullptr)
         {
-            callOut([this] { Py_DECREF(m_object); });
+            return;
+        }
+        if (Py_REFCNT(m_object) > 1)
+        {
+            Py_DECREF(m_object);
+        }
+        else
+        {
+            dropLastReference(m_object);
         }
     }
 
@@ -42,31 +51,36 @@ public:
     explicit operator bool() const { return m_object != nullptr; }
 
 private:
+    static void dropLastReference(PyObject* object) noexcept;
+
     PyObject* m_object = nullptr;
 };
 
-/// One level of the interpreter's recursion guard. `entered()` false: the limit
-/// is reached and a `RecursionError` stands.
+/// Owns the result of a call of Python's API, for which null means that an error
+/// is set.
+inline PyRef checked(PyObject* owned)
+{
+    if (owned == nullptr)
+    {
+        throw PythonError();
+    }
+    return PyRef(owned);
+}
+
+/// One level of the interpreter's recursion guard. Throws at its limit.
 class RecursionLevel
 {
 public:
     explicit RecursionLevel(const char* where)
-        : m_entered(callOut([where] { return Py_EnterRecursiveCall(where); }) == 0)
     {
+        if (callOut([where] { return Py_EnterRecursiveCall(where); }) != 0)
+        {
+            throw PythonError();
+        }
     }
     RecursionLevel(const RecursionLevel&) = delete;
     RecursionLevel& operator=(const RecursionLevel&) = delete;
-    ~RecursionLevel()
-    {
-        if (m_entered)
-        {
-            Py_LeaveRecursiveCall();
-        }
-    }
-    bool entered() const { return m_entered; }
-
-private:
-    bool m_entered;
+    ~RecursionLevel() { Py_LeaveRecursiveCall(); }
 };
 
 } // namespace vellum

@@ -1,18 +1,16 @@
 #include "interpreter/signals.h"
 
 #include "interpreter/foreign_code.h"
+#include "interpreter/python_error.h"
 
 namespace vellum
 {
-bool SignalWatch::look()
+void SignalWatch::look()
 {
-    return callOut(PyErr_CheckSignals) == 0;
-}
-
-bool SignalWatch::lookAgain()
-{
-    m_steps = 0;
-    return look();
+    if (callOut(PyErr_CheckSignals) != 0)
+    {
+        throw PythonError();
+    }
 }
 
 } // namespace vellum

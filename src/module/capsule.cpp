@@ -1,5 +1,6 @@
 #include "module/capsule.h"
 
+#include "interpreter/guard.h"
 #include "output/copies.h"
 
 namespace vellum
@@ -10,40 +11,24 @@ PyObject* wrapOwned(data::impl::ArrayImpl* impl)
 {
     if (impl == nullptr)
     {
-        return raise(PyExc_RuntimeError, kNullData);
+        raise(PyExc_RuntimeError, kNullData);
     }
     data::Array array(impl);
-    const auto kind = kindOfArrayType(array.getType());
-    if (!kind)
+    const ElementType* type = findElementType(array.getType());
+    if (type == nullptr)
     {
-        return raise(PyExc_RuntimeError, "invalid type.");
+        raise(PyExc_RuntimeError, "invalid type.");
     }
-    PyRef object = allocateArrayObject(kind->m_kind);
-    if (!object)
-    {
-        return nullptr;
-    }
-    return giveView(std::move(object), std::make_unique<MDArrayView>(std::move(array), kind->m_kind,
-                                                                     kind->m_isComplex, true));
+    PyRef object = allocateArrayObject(type->m_kind);
+    auto record = std::make_shared<MDArrayWrapper>(std::move(array), *type);
+    return giveView(std::move(object), std::make_unique<MDArrayView>(std::move(record)));
 }
 
 data::impl::ArrayImpl* unwrapBorrowed(PyObject* object)
 {
-    if (object == nullptr || viewOf(object) == nullptr)
-    {
-        return raise(PyExc_RuntimeError, kNotInitialized);
-    }
-    MDArrayView& view = *viewOf(object);
-    if (view.m_sharedMDA == nullptr)
-    {
-        return raise(PyExc_RuntimeError, kNullData);
-    }
-    if (view.m_indices.empty())
-    {
-        return view.m_sharedMDA->array().getImpl();
-    }
-    const auto selected = indexedArray(view, true);
-    return selected ? selected->getImpl() : nullptr;
+    MDArrayView& view = viewOf(object);
+    return view.isWhole() ? view.record().array().array().getImpl()
+                          : indexedArray(view, true).getImpl();
 }
 
 PyObject* wrapArray(data::impl::ArrayImpl* impl)

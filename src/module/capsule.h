@@ -3,7 +3,9 @@
 /// `vellummultidimarrayforpython._capi`. The caller holds the interpreter's lock.
 #pragma once
 
-#include "module/array_object.h"
+#include <Python.h>
+
+#include "dataclient/array.h"
 
 namespace vellum
 {

@@ -4,6 +4,7 @@
 #include "indexing/assignment.h"
 #include "indexing/iterator.h"
 #include "indexing/reading.h"
+#include "module/slots.h"
 #include "output/array_output.h"
 #include "output/comparison.h"
 #include "output/copies.h"
@@ -17,8 +18,6 @@ namespace vellum
 {
 namespace
 {
-// Shared by all classes.
-
 PyMethodDef arrayMethods[] = {
     {"reshape", reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(slot<reshapeArray>)),
      METH_VARARGS | METH_KEYWORDS,
@@ -59,79 +58,37 @@ PyGetSetDef arrayAttributes[] = {
 
 PyBufferProcs arrayBuffer = {getBuffer, releaseBuffer};
 
-constexpr PySequenceMethods describeSequence(ssizeargfunc item)
-{
-    PySequenceMethods methods{};
-    methods.sq_length = slot<arrayLength>;
-    methods.sq_item = item;
-    return methods;
-}
+PySequenceMethods arraySequence = {slot<arrayLength>, nullptr, nullptr, slot<readItem>, nullptr,
+                                   nullptr,           nullptr, nullptr, nullptr,        nullptr};
 
-template <SupportedArrayEnum kind>
-constinit PySequenceMethods arraySequence = describeSequence(slot<readItem<kind>>);
-
-template <SupportedArrayEnum kind>
-constinit PyMappingMethods arrayMapping = {slot<arrayLength>, slot<readSubscript<kind>>,
-                                           slot<assignSubscript<kind>>};
-
-// What nothing but a constant evaluation names, clang 14 doesn't instantiate: the
-// slots without a kind are named here.
-constexpr richcmpfunc compareSlot = slot<compareArrays>;
-constexpr getiterfunc iterateSlot = slot<makeIterator>;
-
-template <SupportedArrayEnum kind>
-constexpr PyTypeObject describeArrayClass()
-{
-    PyTypeObject type = blankClass();
-    type.tp_basicsize = sizeof(MDArrayObject);
-    type.tp_dealloc = deallocateArray;
-    type.tp_repr = slot<arrayRepr<kind>>;
-    type.tp_as_sequence = &arraySequence<kind>;
-    type.tp_as_mapping = &arrayMapping<kind>;
-    type.tp_str = slot<arrayStr<kind>>;
-    type.tp_as_buffer = &arrayBuffer;
-    type.tp_flags = Py_TPFLAGS_DEFAULT;
-    type.tp_richcompare = compareSlot;
-    type.tp_iter = iterateSlot;
-    type.tp_methods = arrayMethods;
-    type.tp_getset = arrayAttributes;
-    type.tp_new = newArray<kind>;
-    return type;
-}
-
-constinit PyTypeObject arrayClasses[] = {
-#define VELLUM_CLASS_(ACTION, kind, ...) describeArrayClass<SupportedArrayEnum::kind>(),
-    VELLUM_ELEMENT_KINDS(VELLUM_CLASS_, VELLUM_CLASS_, )
-#undef VELLUM_CLASS_
-};
+PyMappingMethods arrayMapping = {slot<arrayLength>, slot<readSubscript>, slot<assignSubscript>};
 } // namespace
 
-PyTypeObject& arrayClass(SupportedArrayEnum kind)
+void describeArrayClasses()
 {
-    return arrayClasses[static_cast<std::size_t>(kind)];
-}
-
-void deallocateArray(PyObject* self)
-{
-    delete viewOf(self);
-    PyObject_Free(self);
-}
-
-PyRef allocateArrayObject(SupportedArrayEnum kind)
-{
-    PyTypeObject& type = arrayClass(kind);
-    PyRef object(type.tp_alloc(&type, 0));
-    if (!object)
+    for (std::size_t k = 0; k < kKindCount; ++k)
     {
-        raise(PyExc_RuntimeError, kNoInstance);
+        PyTypeObject& type = arrayClasses[k];
+        if (type.tp_name != nullptr)
+        {
+            return; // by an earlier module out of the same file
+        }
+        type.tp_name = kKindTable[k].m_className;
+        type.tp_doc = kKindTable[k].m_shortName;
+        type.tp_basicsize = sizeof(MDArrayObject);
+        type.tp_dealloc = deallocateArray;
+        type.tp_repr = slot<arrayRepr>;
+        type.tp_as_sequence = &arraySequence;
+        type.tp_as_mapping = &arrayMapping;
+        type.tp_str = slot<arrayStr>;
+        type.tp_as_buffer = &arrayBuffer;
+        type.tp_flags = Py_TPFLAGS_DEFAULT;
+        type.tp_richcompare = slot<compareArrays>;
+        type.tp_iter = slot<makeIterator>;
+        type.tp_methods = arrayMethods;
+        type.tp_getset = arrayAttributes;
+        type.tp_new = newArray;
     }
-    return object;
-}
-
-PyObject* newArrayObject(std::unique_ptr<MDArrayView> view)
-{
-    PyRef object = allocateArrayObject(view->m_supportedArrayEnum);
-    return object ? giveView(std::move(object), std::move(view)) : nullptr;
 }
 
 } // namespace vellum

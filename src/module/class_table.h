@@ -1,12 +1,11 @@
-/// The eleven array classes, in the order of `SupportedArrayEnum`: static class
-/// records whose slots reach one generic body each.
+/// What the eleven array classes are to Python: one description for all.
 #pragma once
 
-#include "module/array_object.h"
+#include <Python.h>
 
 namespace vellum
 {
-/// The class of a kind. Its `tp_name` and `tp_doc` are set at start-up.
-PyTypeObject& arrayClass(SupportedArrayEnum kind);
+/// Describes the blank class records, so that they can be readied.
+void describeArrayClasses();
 
 } // namespace vellum

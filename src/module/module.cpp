@@ -2,6 +2,7 @@
 // publishes the capsule.
 
 #include "indexing/iterator.h"
+#include "interpreter/guard.h"
 #include "interpreter/module_state.h"
 #include "module/capsule.h"
 #include "module/class_table.h"
@@ -48,19 +49,18 @@ void addClass(PyObject* module, const char* name, PyTypeObject& type)
     addObject(module, name, reinterpret_cast<PyObject*>(&type));
 }
 
+/// A class that can't be readied leaves its error pending, and those behind it out.
 void addClasses(PyObject* module)
 {
+    describeArrayClasses();
     for (std::size_t k = 0; k < kKindCount; ++k)
     {
-        PyTypeObject& type = arrayClass(static_cast<SupportedArrayEnum>(k));
-        type.tp_doc = kKindTable[k].m_shortName;
-        type.tp_name = kKindTable[k].m_className;
-        if (callOut(PyType_Ready, &type) < 0)
+        if (callOut(PyType_Ready, &arrayClasses[k]) < 0)
         {
             writeLine("Could not initialize type.");
             return;
         }
-        addClass(module, kKindTable[k].m_shortName, type);
+        addClass(module, kKindTable[k].m_shortName, arrayClasses[k]);
     }
     if (callOut(PyType_Ready, &iteratorClass) < 0)
     {
@@ -70,49 +70,43 @@ void addClasses(PyObject* module)
     addClass(module, "VellumPyIter", iteratorClass);
 }
 
-/// Null with a Python error, or the module: with an error pending too, where it
-/// lacks a class.
-PyObject* makeModule()
+/// The module, with an error pending where it lacks a class.
+PyRef makeModule()
 {
     PyRef module(callOut(PyModule_Create2, &moduleDefinition, PYTHON_API_VERSION));
     if (!module)
     {
         writeLine("Could not initialize module.");
-        return nullptr;
+        throw PythonError();
     }
     addClasses(module.get());
     // An error of the classes makes the import fail at its end; the exceptions
     // couldn't be made while it stands.
     const SavedError pendingOfClasses;
-    if (!makeExceptionClasses())
-    {
-        return nullptr;
-    }
+    makeExceptionClasses();
     addObject(module.get(), "ShapeError", shapeErrorClass());
     addObject(module.get(), "SizeError", sizeErrorClass());
-    const PyRef capsule(PyCapsule_New(&capsuleTable, kCapsuleName, nullptr));
-    if (!capsule)
-    {
-        return nullptr;
-    }
+    const PyRef capsule = checked(callOut(PyCapsule_New, &capsuleTable, kCapsuleName, nullptr));
     addObject(module.get(), "_capi", capsule.get());
-    return module.release();
+    return module;
 }
 
 /// Without `array.array` there is no module, though all the rest is attempted:
 /// the classes can be reached without it, and must be whole.
 PyObject* createModule()
 {
-    if (findArrayArrayClass())
+    const auto findArrayClass = [] {
+        findArrayArrayClass();
+        return 0;
+    };
+    if (guarded(findArrayClass) == 0)
     {
-        return makeModule();
+        return makeModule().release();
     }
     SavedError firstError;
-    {
-        const PyRef unusable(makeModule());
-    }
+    guarded([] { makeModule(); });
     firstError.restore();
-    return nullptr;
+    throw PythonError();
 }
 } // namespace
 

@@ -1,49 +1,38 @@
 #include "output/array_output.h"
 
-#include "indexing/iterator.h"
 #include "interpreter/module_state.h"
 
 namespace vellum
 {
 namespace
 {
-void printPendingError()
+/// What went wrong inside goes to the standard error stream; the caller hears the
+/// text alone.
+[[noreturn]] void printAndRaise(const char* text)
 {
     if (PyErr_Occurred() != nullptr)
     {
         callOut(PyErr_Print);
-        PyErr_Clear();
     }
+    raise(PyExc_RuntimeError, text);
 }
 } // namespace
 
 PyObject* toArrayArray(PyObject* self, MDArrayView& view)
 {
-    const PyRef iterator(makeIterator(self, view));
-    if (!iterator)
-    {
-        return nullptr;
-    }
-    const int code = kindInfo(view.m_supportedArrayEnum).m_arrayCode;
-    const auto& record = *view.m_sharedMDA;
-    const bool isVector = record.m_nDim - view.m_numberOfIntegerIndicesSoFar == 1;
+    const bool isVector = view.isAtLastDimension();
+    const int code = view.record().type().kind().m_arrayCode;
+    const PyRef iterator = checked(callOut(PyObject_GetIter, self));
     const PyRef arguments(callOut(Py_BuildValue, "CO", code, iterator.get()));
     if (!arguments)
     {
-        printPendingError();
-        return raise(PyExc_RuntimeError, "unable to set arg tuple.");
-    }
-    if (arrayArrayClass() == nullptr)
-    {
-        return raise(PyExc_RuntimeError, kNoArrayArrayClass);
+        printAndRaise("unable to set arg tuple.");
     }
     PyRef result(callOut(PyObject_CallObject, arrayArrayClass(), arguments.get()));
     if (!result)
     {
-        printPendingError();
-        return raise(PyExc_RuntimeError,
-                     isVector ? "toarray() failed."
-                              : "toarray() can be called only on a one-dimensional sequence.");
+        printAndRaise(isVector ? "toarray() failed."
+                               : "toarray() can be called only on a one-dimensional sequence.");
     }
     return result.release();
 }

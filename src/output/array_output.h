@@ -1,7 +1,7 @@
 /// `toarray()`: the elements of a one-dimensional view as an `array.array`.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {

@@ -1,5 +1,8 @@
 #include "output/comparison.h"
 
+#include "base/load_element.h"
+#include "storage/selection.h"
+
 #include <cmath>
 #include <limits>
 
@@ -30,16 +33,12 @@ bool equalsDouble(Real value, double other)
 template <class Left, class Right>
 bool equalElements(Left left, Right right)
 {
-    if constexpr (ElementTraits<Left>::kIsComplex && ElementTraits<Right>::kIsComplex)
+    if constexpr (kIsComplex<Left> && kIsComplex<Right>)
     {
         return static_cast<double>(left.real()) == static_cast<double>(right.real()) &&
                static_cast<double>(left.imag()) == static_cast<double>(right.imag());
     }
-    else if constexpr (ElementTraits<Left>::kIsComplex)
-    {
-        return equalElements(right, left);
-    }
-    else if constexpr (ElementTraits<Right>::kIsComplex)
+    else if constexpr (kIsComplex<Right>)
     {
         return static_cast<double>(right.imag()) == 0 &&
                equalsDouble(left, static_cast<double>(right.real()));
@@ -50,30 +49,62 @@ bool equalElements(Left left, Right right)
     }
 }
 
-/// Of two selections of one shape, not empty.
+struct Row
+{
+    const char* m_address;
+    Py_ssize_t m_stride;
+};
+
+/// Compares two rows of `length` elements.
+using RowComparer = bool (*)(Row left, Row right, Py_ssize_t length);
+
 template <class Left, class Right>
-bool equalElementwise(const Selection& left, const Selection& right)
+bool equalRows(Row left, Row right, Py_ssize_t length)
+{
+    for (Py_ssize_t i = 0; i < length; ++i)
+    {
+        if (!equalElements(loadElement<Left>(left.m_address), loadElement<Right>(right.m_address)))
+        {
+            return false;
+        }
+        left.m_address += left.m_stride;
+        right.m_address += right.m_stride;
+    }
+    return true;
+}
+
+/// For two types of one kind, of which the left isn't complex if the right is real.
+RowComparer rowComparer(const ElementType& left, const ElementType& right)
+{
+    return visitElementType(left.m_type, [&]<class Left>(std::type_identity<Left>) -> RowComparer {
+        if constexpr (!kIsComplex<Left> && !std::is_same_v<Left, bool>)
+        {
+            if (right.m_isComplex)
+            {
+                return equalRows<Left, std::complex<Left>>;
+            }
+        }
+        return equalRows<Left, Left>;
+    });
+}
+
+/// Of two selections of one shape, not empty.
+bool equalElementwise(const Selection& left, const Selection& right, RowComparer equal)
 {
     RowCursor leftRow(left);
     RowCursor rightRow(right);
     do
     {
-        const char* leftAddress = leftRow.row();
-        const char* rightAddress = rightRow.row();
-        for (Py_ssize_t i = 0; i < leftRow.length(); ++i)
+        if (!equal({leftRow.row(), leftRow.stride()}, {rightRow.row(), rightRow.stride()},
+                   leftRow.length()))
         {
-            if (!equalElements(loadElement<Left>(leftAddress), loadElement<Right>(rightAddress)))
-            {
-                return false;
-            }
-            leftAddress += leftRow.stride();
-            rightAddress += rightRow.stride();
+            return false;
         }
     } while (leftRow.next() && rightRow.next());
     return true;
 }
 
-/// What walking two selections in step finds out before it meets an element.
+/// What traversing two selections in step finds out before it meets an element.
 enum class ShapeResult
 {
     Differ,       ///< one ends, or meets an element, where the other goes on
@@ -110,40 +141,27 @@ ShapeResult compareShapes(const Selection& left, const Selection& right)
     }
 }
 
-template <class Real>
-bool equalSelections(const Selection& left, bool leftIsComplex, const Selection& right,
-                     bool rightIsComplex)
+bool equalArrays(const MDArrayView& left, const MDArrayView& right)
 {
-    constexpr SupportedArrayEnum kind = ElementTraits<Real>::kKind;
-    return visitComplexity<kind>(leftIsComplex, [&]<class Left>(std::type_identity<Left>) {
-        return visitComplexity<kind>(rightIsComplex, [&]<class Right>(std::type_identity<Right>) {
-            return equalElementwise<Left, Right>(left, right);
-        });
-    });
-}
-
-/// Nothing with a Python error if one of the views doesn't fit its record.
-std::optional<bool> equalArrays(const MDArrayView& left, const MDArrayView& right)
-{
-    if (left.m_supportedArrayEnum != right.m_supportedArrayEnum)
+    ElementType leftType = left.record().type();
+    ElementType rightType = right.record().type();
+    if (leftType.m_kind != rightType.m_kind)
     {
         return false;
     }
-    const auto leftSelection = selectionOf(left);
-    const auto rightSelection = leftSelection ? selectionOf(right) : std::nullopt;
-    if (!rightSelection)
-    {
-        return std::nullopt;
-    }
-    const ShapeResult shapes = compareShapes(*leftSelection, *rightSelection);
+    Selection leftSelection = selectionOf(left);
+    Selection rightSelection = selectionOf(right);
+    const ShapeResult shapes = compareShapes(leftSelection, rightSelection);
     if (shapes != ShapeResult::Elements)
     {
         return shapes == ShapeResult::EqualAsEmpty;
     }
-    return visitElementType(left.m_sharedMDA->m_arrayType, [&]<class T>(std::type_identity<T>) {
-        return equalSelections<typename ElementTraits<T>::Real>(*leftSelection, left.m_isComplex,
-                                                                *rightSelection, right.m_isComplex);
-    });
+    if (leftType.m_isComplex && !rightType.m_isComplex)
+    {
+        std::swap(leftType, rightType);
+        std::swap(leftSelection, rightSelection);
+    }
+    return equalElementwise(leftSelection, rightSelection, rowComparer(leftType, rightType));
 }
 
 } // namespace
@@ -152,19 +170,10 @@ PyObject* compareArrays(PyObject*, MDArrayView& view, PyObject* other, int opera
 {
     if (operation != Py_EQ && operation != Py_NE)
     {
-        return raise(PyExc_NotImplementedError, "inequality operators not supported.");
+        raise(PyExc_NotImplementedError, "inequality operators not supported.");
     }
-    if (!isArrayObject(other))
-    {
-        return PyBool_FromLong(operation == Py_NE);
-    }
-    const MDArrayView* otherView = viewOf(other);
-    if (otherView == nullptr)
-    {
-        return raise(PyExc_RuntimeError, kNotInitialized);
-    }
-    const auto isEqual = equalArrays(view, *otherView);
-    return isEqual ? PyBool_FromLong(*isEqual == (operation == Py_EQ)) : nullptr;
+    const bool isEqual = isArrayObject(other) && equalArrays(view, viewOf(other));
+    return PyBool_FromLong(isEqual == (operation == Py_EQ));
 }
 
 } // namespace vellum

@@ -1,7 +1,7 @@
 /// `==` and `!=`: same kind and equal items throughout, as iteration gives them.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {

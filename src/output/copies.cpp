@@ -1,183 +1,130 @@
 #include "output/copies.h"
 
+#include "base/element_width.h"
 #include "construction/element_conversion.h"
-#include "construction/staged_array.h"
-
-#include <stdexcept>
+#include "construction/new_array.h"
+#include "storage/selection.h"
 
 namespace vellum
 {
 namespace
 {
-/// Which part of each element a row vector takes.
-enum class Part : std::int32_t
+/// Every selected element passes the same conversion as a Python value, in reading
+/// order.
+void readSelection(const Selection& selection, MDArrayBuilder& builder)
 {
-    All = 0,
-    Real = 1,
-    Imaginary = 2,
-};
-
-/// Every selected element passes the same judgement as a Python value, in
-/// reading order.
-template <class T>
-bool stageSelection(const Selection& selection, MDArrayBuilder<T>& builder)
-{
-    if (!builder.reserveValues(selection.count()))
-    {
-        return false;
-    }
-    return forEachElement(selection, [&](const char* address) {
-        const auto converted = judgeScalar<T>(readElement(loadElement<T>(address)), false);
-        if (!converted.m_hasValue)
+    const ElementReader read = elementReader(builder.m_type.m_type);
+    const ElementConverter convert = elementConverter(builder.m_type.m_type, false);
+    Refusal refusal;
+    builder.reserveValues(selection.count());
+    forEachElement(selection, [&](const char* address) {
+        if (!convert(read(address), builder.appendElements(1), refusal))
         {
-            raise(converted.m_exceptionClass, converted.m_message);
-            return false;
+            raise(refusal.m_exceptionClass, refusal.m_message);
         }
-        builder.m_values.push_back(converted.m_value);
         return true;
     });
 }
 
 /// The dimensions of a selection as an array of its own. Without elements it
 /// keeps those of a record that has none itself.
-std::vector<Py_ssize_t> selectedDims(const MDArrayWrapper& record, const Selection& selection,
-                                     bool expandVector)
+Dimensions selectedDims(const MDArrayWrapper& record, const Selection& selection, bool expandVector)
 {
-    if (record.m_numElems == 0)
-    {
-        return record.m_shape;
-    }
-    std::vector<Py_ssize_t> dims = selection.m_lengths;
-    if (expandVector && dims.size() == 1)
+    const auto& lengths = record.elementCount() == 0 ? record.shape() : selection.m_lengths;
+    Dimensions dims(lengths.begin(), lengths.end());
+    if (expandVector && record.elementCount() != 0 && dims.size() == 1)
     {
         dims.insert(dims.begin(), 1);
+    }
+    if (dims.empty())
+    {
+        raise(PyExc_RuntimeError, "dimensions are unexpectedly empty.");
     }
     return dims;
 }
 
-template <class T>
-std::optional<data::Array> makeIndexedArray(const MDArrayView& view, bool expandVector)
+data::Array makeIndexedArray(const MDArrayView& view, bool expandVector)
 {
-    const auto selection = selectionOf(view);
-    if (!selection)
-    {
-        return std::nullopt;
-    }
-    const auto dims = selectedDims(*view.m_sharedMDA, *selection, expandVector);
-    if (dims.empty())
-    {
-        raise(PyExc_RuntimeError, "dimensions are unexpectedly empty.");
-        return std::nullopt;
-    }
-    AllocationRequest request{kKindInfoOf<T>.m_shortName};
-    MDArrayBuilder<T> builder(request);
-    if (!stageSelection(*selection, builder))
-    {
-        return std::nullopt;
-    }
-    return createFromStaged(builder, Dimensions(dims.begin(), dims.end()));
+    const MDArrayWrapper& record = view.record();
+    const Selection selection = selectionOf(view);
+    const Dimensions dims = selectedDims(record, selection, expandVector);
+    AllocationRequest request{record.type().shortName()};
+    MDArrayBuilder builder(record.type(), request);
+    readSelection(selection, builder);
+    return createFromValues(builder, dims);
 }
 
-/// One part of every element, in storage order, as a 1-by-N array.
-template <class T>
-data::Array copyPart(const data::TypedArray<T>& array, data::ArrayFactory& factory, Part part)
+/// Which part of each element a row vector takes.
+enum class Part
 {
-    using Real = typename ElementTraits<T>::Real;
-    constexpr bool isComplex = ElementTraits<T>::kIsComplex;
-    if (isComplex != (part != Part::All))
-    {
-        throw std::runtime_error(
-            std::string("Invalid enum for ") + (isComplex ? "complex" : "noncomplex") +
-            " array: " + std::to_string(static_cast<std::int32_t>(part)) + "\n");
-    }
-    const std::size_t count = array.getNumberOfElements();
-    auto buffer = factory.createBuffer<Real>(count);
-    if (buffer.get() == nullptr)
-    {
-        throw AllocationError({kKindInfoOf<T>.m_shortName, count});
-    }
-    const T* elements = array.begin().address();
-    const auto end = elements + (array.end() - array.begin());
-    if constexpr (isComplex)
-    {
-        Real* destination = buffer.get();
-        for (; elements != end; ++elements)
+    All,
+    Real,
+    Imaginary,
+};
+
+/// Takes `width` bytes of every element, from `offset` on. `elements` are `count`
+/// of `stride` bytes each.
+void copyParts(const char* elements, std::size_t stride, std::size_t count, char* parts,
+               std::size_t width)
+{
+    visitElementWidth(width, [&](auto constant) {
+        for (std::size_t i = 0; i < count; ++i)
         {
-            *destination++ = part == Part::Real ? elements->real() : elements->imag();
+            std::memcpy(parts + i * constant, elements + i * stride, constant);
         }
-    }
-    else if (count != 0)
-    {
-        // As bytes: a logical element may hold any.
-        std::memcpy(static_cast<void*>(buffer.get()), elements,
-                    static_cast<std::size_t>(end - elements) * sizeof(T));
-    }
-    return factory.createArrayFromBuffer<Real>({1, count}, std::move(buffer),
-                                               data::MemoryLayout::ColumnMajor);
+    });
 }
 
-data::Array rowVector(MDArrayWrapper& record, data::ArrayFactory& factory, Part part)
+/// One part of every element, in storage order, as a 1-by-N array of `partType`.
+data::Array rowVector(MDArrayWrapper& record, const ElementType& partType, Part part)
 {
-    return visitElementType(record.m_arrayType, [&]<class T>(std::type_identity<T>) -> data::Array {
-        return copyPart(data::TypedArray<T>(std::as_const(record.array())), factory, part);
-    });
+    const auto count = static_cast<std::size_t>(record.elementCount());
+    AllocationRequest request{partType.shortName()};
+    NewArray row(partType, count, request);
+    const char* elements = record.array().elements().first;
+    if (count != 0)
+    {
+        copyParts(elements + (part == Part::Imaginary ? partType.m_width : 0),
+                  record.type().m_width, count, row.elements(), partType.m_width);
+    }
+    return row.adopt(Dimensions{1, count});
 }
 
 PyObject* newRowVector(const MDArrayView& view, Part part)
 {
-    PyRef object = allocateArrayObject(view.m_supportedArrayEnum);
-    if (!object)
+    MDArrayWrapper& record = view.record();
+    PyRef object = allocateArrayObject(record.type().m_kind);
+    if (record.type().m_isComplex != (part != Part::All))
     {
-        return nullptr;
+        raise(PyExc_ValueError, record.type().m_isComplex
+                                    ? "noncomplex() must not be called on a complex array."
+                                    : "real() and imag() can be called only on a complex array.");
     }
-    data::ArrayFactory factory;
-    if (view.m_isComplex != (part != Part::All))
-    {
-        return raise(PyExc_ValueError,
-                     view.m_isComplex ? "noncomplex() must not be called on a complex array."
-                                      : "real() and imag() can be called only on a complex array.");
-    }
-    auto row = std::make_unique<MDArrayView>(rowVector(*view.m_sharedMDA, factory, part),
-                                             view.m_supportedArrayEnum, false, true);
-    row->appendIntegerItem({0, false});
-    return giveView(std::move(object), std::move(row));
+    const ElementType& type = elementTypeOf(record.type().m_kind, false);
+    const MDArrayView whole(std::make_shared<MDArrayWrapper>(rowVector(record, type, part), type));
+    return giveView(std::move(object), std::make_unique<MDArrayView>(whole, Index(0)));
 }
 
 } // namespace
 
-std::optional<data::Array> indexedArray(MDArrayView& view, bool expandVector)
+const data::Array& indexedArray(MDArrayView& view, bool expandVector)
 {
-    const MDArrayWrapper& record = *view.m_sharedMDA;
-    if (view.m_indexedArrayAsMDA && view.m_changesSeen == record.m_changes)
+    if (const data::Array* kept = view.indexedArray())
     {
-        return view.m_indexedArrayAsMDA;
+        return *kept;
     }
-    const std::uint64_t changes = record.m_changes;
-    view.m_indexedArrayAsMDA.reset();
-    view.m_indexedArrayAsMDA =
-        visitElementType(record.m_arrayType, [&]<class T>(std::type_identity<T>) {
-            return makeIndexedArray<T>(view, expandVector);
-        });
-    view.m_changesSeen = changes;
-    return view.m_indexedArrayAsMDA;
+    view.dropIndexedArray();
+    const std::uint64_t changes = view.record().changes();
+    return view.keepIndexedArray(makeIndexedArray(view, expandVector), changes);
 }
 
 PyObject* cloneArray(PyObject*, MDArrayView& view)
 {
-    const auto array = indexedArray(view, false);
-    if (!array)
-    {
-        return nullptr;
-    }
-    PyRef object = allocateArrayObject(view.m_supportedArrayEnum);
-    if (!object)
-    {
-        return nullptr;
-    }
-    const bool columnMajor = view.m_sharedMDA->m_order == 'F';
-    return giveView(std::move(object),
-                    std::make_unique<MDArrayView>(*array, view.m_supportedArrayEnum,
-                                                  view.m_isComplex, columnMajor));
+    const ElementType& type = view.record().type();
+    const data::Array& array = indexedArray(view, false);
+    PyRef object = allocateArrayObject(type.m_kind);
+    auto record = std::make_shared<MDArrayWrapper>(array, type);
+    return giveView(std::move(object), std::make_unique<MDArrayView>(std::move(record)));
 }
 
 PyObject* realPart(PyObject*, MDArrayView& view)

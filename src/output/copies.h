@@ -2,14 +2,14 @@
 /// selected part of a view as an array of the service.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {
 /// The selected elements as an array of their own, from the view's cache if that
 /// is as new as the record. `expandVector`: one dimension (n) becomes (1, n).
-/// Nothing with a Python error if an element can't be taken over.
-std::optional<data::Array> indexedArray(MDArrayView& view, bool expandVector);
+/// Throws if an element can't be taken over.
+const data::Array& indexedArray(MDArrayView& view, bool expandVector);
 
 /// `clone()`: an independent array of the selected part.
 PyObject* cloneArray(PyObject* self, MDArrayView& view);

@@ -1,44 +1,22 @@
 #include "output/pickling.h"
 
-#include "module/class_table.h"
 #include "output/nested_list.h"
 
 namespace vellum
 {
 PyObject* reduceArray(PyObject*, MDArrayView& view)
 {
-    const PyRef options(callOut(PyDict_New));
-    if (!options)
+    const ElementType& type = view.record().type();
+    const PyRef options = checked(callOut(PyDict_New));
+    if (type.m_isComplex && callOut(PyDict_SetItemString, options.get(), "is_complex", Py_True) < 0)
     {
-        return nullptr;
+        throw PythonError();
     }
-    if (view.m_isComplex && callOut(PyDict_SetItemString, options.get(), "is_complex", Py_True) < 0)
-    {
-        return replaceError(PyExc_RuntimeError, "unable to insert 'is_complex' value into dict.");
-    }
-    if (!view.checkFits())
-    {
-        return nullptr;
-    }
-    MDArrayView integersOnly(view);
-    if (integersOnly.hasFinalSlice())
-    {
-        integersOnly.removeFinalSlice();
-    }
-    const PyRef list(visitElementType(
-        integersOnly.m_sharedMDA->m_arrayType,
-        [&]<class T>(std::type_identity<T>) { return toNestedList<T>(integersOnly); }));
-    if (!list)
-    {
-        return nullptr;
-    }
-    const PyRef arguments(callOut(PyTuple_Pack, 2, options.get(), list.get()));
-    if (!arguments)
-    {
-        return nullptr;
-    }
-    auto* type = reinterpret_cast<PyObject*>(&arrayClass(integersOnly.m_supportedArrayEnum));
-    return callOut(PyTuple_Pack, 2, type, arguments.get());
+    view.requireFit();
+    const PyRef list =
+        buildList(view.sharedRecord(), selectRegion(view.record(), view.integers(), nullptr));
+    const PyRef arguments = checked(callOut(PyTuple_Pack, 2, options.get(), list.get()));
+    return checked(callOut(PyTuple_Pack, 2, &arrayClass(type.m_kind), arguments.get())).release();
 }
 
 } // namespace vellum

@@ -1,7 +1,7 @@
 /// `__reduce__`: the one hook of pickling and copying.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {

@@ -3,66 +3,45 @@
 #include "output/nested_list.h"
 
 #include <algorithm>
+#include <string>
 
 namespace vellum
 {
 namespace
 {
-/// The text in UTF-8, all ASCII. Nothing with a Python error on failure.
-template <class T>
-std::optional<std::string> textForm(const MDArrayView& view, bool withClassName)
+/// All ASCII.
+std::string textForm(const MDArrayView& view)
 {
-    const bool isComplex = view.m_isComplex;
-    const PyRef list(toNestedList<T>(view));
-    const PyRef listText(list ? callOut(PyObject_Str, list.get()) : nullptr);
-    const char* elements =
-        listText ? callOut(PyUnicode_AsUTF8AndSize, listText.get(), nullptr) : nullptr;
+    const PyRef list = toNestedList(view);
+    const PyRef listText = checked(callOut(PyObject_Str, list.get()));
+    const char* elements = callOut(PyUnicode_AsUTF8AndSize, listText.get(), nullptr);
     if (elements == nullptr)
     {
-        return std::nullopt;
+        throw PythonError();
     }
-    std::string text;
-    if (withClassName)
-    {
-        text = std::string(kKindInfoOf<T>.m_className) + "(";
-    }
-    text += elements;
+    std::string text = elements;
     text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-    if (withClassName)
-    {
-        text += isComplex ? ", is_complex=True)" : ")";
-    }
     return text;
 }
 
-template <SupportedArrayEnum kind>
-PyObject* textObject(const MDArrayView& view, bool withClassName)
+PyObject* toPython(const std::string& text)
 {
-    const auto text = visitComplexity<kind>(view.m_isComplex, [&]<class T>(std::type_identity<T>) {
-        return textForm<T>(view, withClassName);
-    });
-    return text ? callOut(PyUnicode_Decode, text->data(), static_cast<Py_ssize_t>(text->size()),
-                          nullptr, nullptr)
-                : nullptr;
+    return checked(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), nullptr))
+        .release();
 }
 } // namespace
 
-template <SupportedArrayEnum kind>
 PyObject* arrayStr(PyObject*, MDArrayView& view)
 {
-    return textObject<kind>(view, false);
+    return toPython(textForm(view));
 }
 
-template <SupportedArrayEnum kind>
 PyObject* arrayRepr(PyObject*, MDArrayView& view)
 {
-    return textObject<kind>(view, true);
+    const ElementType& type = view.record().type();
+    const std::string elements = textForm(view);
+    return toPython(std::string(type.kind().m_className) + "(" + elements +
+                    (type.m_isComplex ? ", is_complex=True)" : ")"));
 }
-
-#define VELLUM_INSTANTIATE(ACTION, kind, ...)                                                      \
-    template PyObject* arrayStr<SupportedArrayEnum::kind>(PyObject*, MDArrayView&);                \
-    template PyObject* arrayRepr<SupportedArrayEnum::kind>(PyObject*, MDArrayView&);
-VELLUM_ELEMENT_KINDS(VELLUM_INSTANTIATE, VELLUM_INSTANTIATE, )
-#undef VELLUM_INSTANTIATE
 
 } // namespace vellum

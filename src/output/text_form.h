@@ -1,16 +1,14 @@
 /// `str` and `repr`: the selected elements as a nested list without blanks.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {
 /// `tp_str`: "[[1.0,2.0]]"
-template <SupportedArrayEnum kind>
 PyObject* arrayStr(PyObject* self, MDArrayView& view);
 
 /// `tp_repr`: "vellum.double([[1.0,2.0]])"
-template <SupportedArrayEnum kind>
 PyObject* arrayRepr(PyObject* self, MDArrayView& view);
 
 } // namespace vellum

@@ -1,42 +1,19 @@
 #include "storage/array_record.h"
 
+#include "base/allocation.h"
 #include "base/checked_size.h"
 #include "dataclient/array_factory.h"
-#include "interpreter/guard.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
-#include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace vellum
 {
 namespace
 {
-struct Free
-{
-    void operator()(void* block) const { std::free(block); }
-};
-
-/// Everything of a record that follows from its array.
-struct ArrayFacts
-{
-    ArrayType m_type = 0;
-    std::vector<Py_ssize_t> m_shape;
-    std::vector<Py_ssize_t> m_strides;
-    Py_ssize_t m_numElems = 0;
-    Py_ssize_t m_elemSize = 0;
-    Py_ssize_t m_byteCount = 0;
-};
-
-std::size_t elementWidth(const data::Array& array)
-{
-    return data::apply_numeric_visitor(array, [](auto&& typed) {
-        return sizeof(typename std::decay_t<decltype(typed)>::Element);
-    });
-}
-
 /// `value`, or the failure of an array that can't be represented.
 template <class T>
 T orUnallocatable(std::optional<T> value, const AllocationRequest& request)
@@ -48,193 +25,183 @@ T orUnallocatable(std::optional<T> value, const AllocationRequest& request)
     return std::move(*value);
 }
 
-ArrayFacts readFacts(const data::Array& array, char order)
+/// The block, not filled. A record without elements has one of zeros, large
+/// enough for an element: a buffer without dimensions counts as one, whatever its length
+/// says, and only native code makes such arrays.
+char* allocateBlock(std::size_t byteCount, std::size_t width, const AllocationRequest& request)
 {
-    ArrayFacts facts;
-    facts.m_type = array.getType();
-    AllocationRequest request{shortNameOfArrayType(facts.m_type)};
+    void* block = byteCount != 0 ? std::malloc(byteCount) : std::calloc(1, width);
+    if (block == nullptr)
+    {
+        throw AllocationError(request);
+    }
+    return static_cast<char*>(block);
+}
+} // namespace
 
-    const std::size_t width = elementWidth(array);
+std::optional<Layout> denseLayout(std::vector<Py_ssize_t> shape, std::size_t width)
+{
+    std::vector<Py_ssize_t> strides(shape.size(), 0);
+    auto stride = static_cast<Py_ssize_t>(width);
+    for (std::size_t k = 0; k < shape.size(); ++k)
+    {
+        strides[k] = stride;
+        const bool isLast = k + 1 == shape.size();
+        if (!isLast && __builtin_mul_overflow(stride, shape[k], &stride))
+        {
+            return std::nullopt;
+        }
+    }
+    return Layout{std::move(shape), std::move(strides)};
+}
+
+MDArrayWrapper::MDArrayWrapper(data::Array array, const ElementType& type)
+    : m_array(std::move(array), type), m_type(type)
+{
+    readArray();
+}
+
+void MDArrayWrapper::readArray()
+{
+    const data::Array& array = m_array.array();
     const std::size_t count = array.getNumberOfElements();
-    request.m_count = count;
-    facts.m_elemSize = static_cast<Py_ssize_t>(width);
-    facts.m_numElems = orUnallocatable(toSigned(count), request);
-    facts.m_byteCount = orUnallocatable(
-        toSigned(checkedMultiply(width, count).value_or(kUnrepresentable)), request);
+    const AllocationRequest request{m_type.shortName(), count};
+    m_numElems = orUnallocatable(toSigned(count), request);
+    m_bufferSizeInBytes = orUnallocatable(
+        toSigned(checkedMultiply(m_type.m_width, count).value_or(kUnrepresentable)), request);
+    std::vector<Py_ssize_t> shape;
     for (const std::size_t dim : array.getDimensions())
     {
-        facts.m_shape.push_back(orUnallocatable(toSigned(dim), request));
+        shape.push_back(orUnallocatable(toSigned(dim), request));
     }
-    if (facts.m_shape.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+    if (shape.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
     {
         throw AllocationError(request);
     }
     // Without dimensions, which only native code can make, a service may count no
     // element or one.
     const bool isCounted =
-        facts.m_shape.empty() ? count <= 1 : checkedProduct(facts.m_shape) == std::uint64_t(count);
+        shape.empty() ? count <= 1 : checkedProduct(shape) == std::uint64_t(count);
     if (!isCounted)
     {
         throw std::runtime_error("array dimensions do not match its number of elements.");
     }
-    facts.m_strides =
-        orUnallocatable(contiguousStrides(facts.m_shape, facts.m_elemSize, order), request);
-    return facts;
-}
+    m_layout = orUnallocatable(denseLayout(std::move(shape), m_type.m_width), request);
 
-std::unique_ptr<void, Free> allocateBlock(const ArrayFacts& facts)
-{
-    // Room for one element at least: a buffer without dimensions counts as one,
-    // whatever its length says, and only native code makes such arrays.
-    const auto byteCount = static_cast<std::size_t>(std::max(facts.m_byteCount, facts.m_elemSize));
-    std::unique_ptr<void, Free> block(facts.m_byteCount != 0 ? std::malloc(byteCount)
-                                                             : std::calloc(1, byteCount));
-    if (block == nullptr)
+    const auto byteCount = static_cast<std::size_t>(m_bufferSizeInBytes);
+    m_buf.reset(allocateBlock(byteCount, m_type.m_width, request));
+    const data::Buffer elements = m_array.copyElements();
+    if (byteCount == 0)
     {
-        throw AllocationError(
-            {shortNameOfArrayType(facts.m_type), static_cast<std::uint64_t>(facts.m_numElems)});
+        return;
     }
-    return block;
-}
-
-} // namespace
-
-std::optional<std::vector<Py_ssize_t>> contiguousStrides(const std::vector<Py_ssize_t>& shape,
-                                                         Py_ssize_t elemSize, char order)
-{
-    std::vector<Py_ssize_t> strides(shape.size(), 0);
-    Py_ssize_t stride = elemSize;
-    for (std::size_t k = 0; k < shape.size(); ++k)
+    if (elements.get() == nullptr)
     {
-        const std::size_t dimension = order == 'F' ? k : shape.size() - 1 - k;
-        strides[dimension] = stride;
-        const bool isLast = k + 1 == shape.size();
-        if (!isLast && __builtin_mul_overflow(stride, shape[dimension], &stride))
-        {
-            return std::nullopt;
-        }
+        throw std::runtime_error("null data pointer.");
     }
-    return strides;
+    std::memcpy(m_buf.get(), elements.get(), byteCount);
 }
 
-MDArrayWrapper::MDArrayWrapper(data::Array&& array, char order)
-    : m_array(std::move(array)), m_order(order)
+data::TypedArray& MDArrayWrapper::array()
 {
-    refreshFromArray();
-}
-
-MDArrayWrapper::MDArrayWrapper(const data::Array& array, char order)
-    : m_array(array), m_order(order)
-{
-    refreshFromArray();
-}
-
-MDArrayWrapper::~MDArrayWrapper()
-{
-    std::free(m_buf);
-}
-
-void MDArrayWrapper::refreshFromArray()
-{
-    ArrayFacts facts = readFacts(m_array, m_order);
-    auto block = allocateBlock(facts);
-    copyArrayToBuffer(block.get(), static_cast<std::size_t>(facts.m_byteCount));
-
-    m_arrayType = facts.m_type;
-    m_nDim = static_cast<int>(facts.m_shape.size());
-    m_shape = std::move(facts.m_shape);
-    m_bytewiseStrides = std::move(facts.m_strides);
-    m_elemSizeInBytes = facts.m_elemSize;
-    m_numElems = facts.m_numElems;
-    m_bufferSizeInBytes = facts.m_byteCount;
-    std::free(std::exchange(m_buf, block.release()));
-}
-
-void MDArrayWrapper::copyArrayToBuffer(void* destination, std::size_t byteCount) const
-{
-    data::apply_numeric_visitor(m_array, [&](auto&& typed) {
-        // A second handle makes the release a copy: the array stays whole.
-        auto second = typed;
-        const auto elements = second.release();
-        if (byteCount == 0)
-        {
-            return;
-        }
-        if (elements.get() == nullptr)
-        {
-            throw std::runtime_error(kNullData);
-        }
-        std::memcpy(destination, elements.get(), byteCount);
-    });
-}
-
-const char* MDArrayWrapper::elementAddress(const std::vector<Py_ssize_t>& indices) const
-{
-    if (m_buf == nullptr)
+    if (m_array.array().isEmpty())
     {
-        return raise(PyExc_RuntimeError, kNullData);
-    }
-    Py_ssize_t offset = 0;
-    for (std::size_t k = 0; k < indices.size(); ++k)
-    {
-        offset += indices[k] * m_bytewiseStrides[k];
-    }
-    return static_cast<const char*>(m_buf) + offset;
-}
-
-Py_ssize_t MDArrayWrapper::linearIndex(const std::vector<Py_ssize_t>& indices) const
-{
-    if (indices.size() > m_shape.size())
-    {
-        return -1;
-    }
-    Py_ssize_t offset = 0;
-    for (std::size_t k = 0; k < indices.size(); ++k)
-    {
-        offset += indices[k] * m_bytewiseStrides[k];
-    }
-    return offset / m_elemSizeInBytes;
-}
-
-data::Array& MDArrayWrapper::array()
-{
-    if (m_array.getImpl() == nullptr)
-    {
-        m_array = arrayFromBuffer();
+        m_array = arrayFromBlock();
     }
     return m_array;
 }
 
-data::Array MDArrayWrapper::arrayFromBuffer() const
+data::TypedArray MDArrayWrapper::arrayFromBlock() const
 {
-    const std::vector<std::size_t> dims(m_shape.begin(), m_shape.end());
-    return visitElementType(m_arrayType, [&]<class T>(std::type_identity<T>) -> data::Array {
-        data::ArrayFactory factory;
-        auto elements = factory.createBuffer<T>(static_cast<std::size_t>(m_numElems));
-        if (elements.get() == nullptr)
+    data::ArrayFactory factory;
+    data::Buffer elements =
+        factory.createBuffer(m_type.m_type, static_cast<std::size_t>(m_numElems));
+    if (elements.get() == nullptr)
+    {
+        throw AllocationError({m_type.shortName(), static_cast<std::uint64_t>(m_numElems)});
+    }
+    std::memcpy(elements.get(), m_buf.get(), static_cast<std::size_t>(m_bufferSizeInBytes));
+    const std::vector<std::size_t> dims(shape().begin(), shape().end());
+    return {factory.createArrayFromBuffer(m_type.m_type, dims, std::move(elements)), m_type};
+}
+
+WritableElements MDArrayWrapper::writableElements()
+{
+    char* elements = array().writableElements();
+    ++m_changes;
+    return {elements, m_buf.get()};
+}
+
+void MDArrayWrapper::reshape(Layout layout)
+{
+    // Everything that can fail before the storage is handed over.
+    keepLayoutForExports();
+    const std::vector<std::size_t> dims(layout.m_shape.begin(), layout.m_shape.end());
+    data::ArrayFactory factory;
+    data::ArrayFactory::requireCreationFromBuffer();
+    const bool wasSole = array().array().isSoleOwner();
+    data::Buffer elements = m_array.release();
+    try
+    {
+        m_array = {factory.createArrayFromBuffer(m_type.m_type, dims, std::move(elements)), m_type};
+    }
+    catch (...)
+    {
+        if (wasSole)
         {
-            throw AllocationError(
-                {kKindInfoOf<T>.m_shortName, static_cast<std::uint64_t>(m_numElems)});
+            recoverArray();
         }
-        std::memcpy(static_cast<void*>(elements.get()), m_buf,
-                    static_cast<std::size_t>(m_bufferSizeInBytes));
-        return factory.createArrayFromBuffer<T>(dims, std::move(elements),
-                                                data::MemoryLayout::ColumnMajor);
-    });
+        throw;
+    }
+    if (m_isLayoutExported)
+    {
+        m_retired.push_back(std::exchange(m_layout, std::move(layout)));
+        m_isLayoutExported = false;
+    }
+    else
+    {
+        m_layout = std::move(layout);
+    }
+    ++m_reshapes;
+    ++m_changes;
+}
+
+/// The storage went with a failed creation. The block holds every value; if even
+/// that can't be made an array now, the next operation that needs one tries again.
+void MDArrayWrapper::recoverArray() noexcept
+{
+    m_array = data::TypedArray();
+    try
+    {
+        m_array = arrayFromBlock();
+    }
+    catch (...)
+    {
+        return;
+    }
+}
+
+/// Reserves memory for one more kept layout, so that keeping it can't fail.
+void MDArrayWrapper::keepLayoutForExports()
+{
+    if (m_isLayoutExported && m_retired.size() == m_retired.capacity())
+    {
+        m_retired.reserve(std::max<std::size_t>(4, 2 * m_retired.size()));
+    }
 }
 
 void MDArrayWrapper::addExport()
 {
     ++m_exports;
-    m_isShapeLent = true;
+    m_isLayoutExported = true;
 }
 
 void MDArrayWrapper::releaseExport()
 {
     if (--m_exports == 0)
     {
-        m_retired = decltype(m_retired)();
-        m_isShapeLent = false;
+        m_isLayoutExported = false;
+        m_retired.clear();
     }
 }
 

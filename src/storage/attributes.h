@@ -1,12 +1,11 @@
 /// Length and attributes: the small operations that read a view.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {
-/// `sq_length` and `mp_length`: of the selected part's first dimension; -1 with a
-/// Python error on failure.
+/// `sq_length` and `mp_length`: of the selected part's first dimension.
 Py_ssize_t arrayLength(PyObject* self, MDArrayView& view);
 
 /// `size` and `_size`: the dimensions of the selected part.

@@ -3,7 +3,7 @@
 /// whatever the view selects; nothing is copied.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {

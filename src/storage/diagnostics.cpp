@@ -1,6 +1,7 @@
 // The diagnostic text of records and views: for whoever debugs the module. No
 // operation writes it.
 
+#include "base/load_element.h"
 #include "storage/array_view.h"
 
 #include <ostream>
@@ -12,13 +13,9 @@ namespace
 template <class T>
 void writeElement(std::ostream& stream, T element)
 {
-    if constexpr (ElementTraits<T>::kIsComplex)
+    if constexpr (kIsComplex<T>)
     {
         stream << '(' << +element.real() << ',' << +element.imag() << ") ";
-    }
-    else if constexpr (std::is_same_v<T, char16_t>)
-    {
-        stream << static_cast<std::uint16_t>(element) << ' ';
     }
     else
     {
@@ -26,33 +23,21 @@ void writeElement(std::ostream& stream, T element)
     }
 }
 
-void writeElements(std::ostream& stream, const data::Array& array)
+void writeElements(std::ostream& stream, const ElementType& type, const char* begin,
+                   const char* end)
 {
-    data::apply_numeric_visitor(array, [&](auto&& typed) {
-        using Element = typename std::decay_t<decltype(typed)>::Element;
-        const auto& elements = typed;
-        const auto end = elements.end();
-        for (auto element = elements.begin(); element != end; ++element)
+    visitElementType(type.m_type, [&]<class T>(std::type_identity<T>) {
+        for (; begin != end; begin += sizeof(T))
         {
-            writeElement(stream, loadElement<Element>(element.address()));
+            writeElement(stream, loadElement<T>(begin));
         }
     });
-}
-
-void writeBlock(std::ostream& stream, const MDArrayWrapper& record)
-{
-    visitElementType(record.m_arrayType, [&]<class T>(std::type_identity<T>) {
-        const auto* address = static_cast<const char*>(record.m_buf);
-        for (Py_ssize_t i = 0; i < record.m_numElems; ++i)
-        {
-            writeElement(stream, loadElement<T>(address + i * record.m_elemSizeInBytes));
-        }
-    });
+    stream << '\n';
 }
 
 void writeEntries(std::ostream& stream, const char* label, const std::vector<Py_ssize_t>& entries)
 {
-    stream << label << ": ";
+    stream << label;
     for (const Py_ssize_t entry : entries)
     {
         stream << entry << ' ';
@@ -63,51 +48,33 @@ void writeEntries(std::ostream& stream, const char* label, const std::vector<Py_
 
 std::ostream& operator<<(std::ostream& stream, const MDArrayWrapper& record)
 {
-    stream << "MDA buffer: ";
-    if (record.m_array.getImpl() != nullptr)
+    stream << "m_array: ";
+    if (!record.m_array.array().isEmpty())
     {
-        writeElements(stream, record.m_array);
+        const auto [begin, end] = record.m_array.elements();
+        writeElements(stream, record.m_type, begin, end);
     }
-    stream << '\n';
-    writeEntries(stream, "m_shape", record.m_shape);
-    writeEntries(stream, "m_bytewiseStrides", record.m_bytewiseStrides);
-    stream << "m_order: " << record.m_order << "\nm_isReadOnly: " << record.m_isReadOnly
-           << "\nm_exports: " << record.m_exports << "\nm_nDim: " << record.m_nDim
-           << "\nm_numElems: " << record.m_numElems
-           << "\nm_bufferSizeInBytes: " << record.m_bufferSizeInBytes
-           << "\nm_elemSizeInBytes: " << record.m_elemSizeInBytes << "\nm_buf: ";
-    if (record.m_buf == nullptr)
-    {
-        stream << "null";
-    }
-    else
-    {
-        writeBlock(stream, record);
-    }
-    return stream << '\n';
+    writeEntries(stream, "m_shape: ", record.shape());
+    writeEntries(stream, "m_bytewiseStrides: ", record.strides());
+    stream << "m_exports: " << record.m_exports << "\nm_numElems: " << record.m_numElems
+           << "\nm_bufferSizeInBytes: " << record.m_bufferSizeInBytes << "\nm_buf: ";
+    writeElements(stream, record.m_type, record.block(),
+                  record.block() + record.m_bufferSizeInBytes);
+    return stream;
 }
 
 std::ostream& operator<<(std::ostream& stream, const MDArrayView& view)
 {
-    stream << "MDArrayWrapper: \n"
-           << *view.m_sharedMDA
-           << "\nm_supportedArrayEnum: " << static_cast<int>(view.m_supportedArrayEnum)
-           << "\nm_isComplex: " << view.m_isComplex << '\n';
-    for (const IndexItem& item : view.m_indices)
+    stream << view.record() << view.record().type().kind().m_className
+           << (view.record().type().m_isComplex ? ", complex" : "") << '\n';
+    writeEntries(stream, "m_integers: ", view.m_integers);
+    if (view.m_finalSlice)
     {
-        std::visit([&](const auto& alternative) { stream << alternative; }, item);
+        stream << "m_finalSlice: " << view.m_finalSlice->m_start << ' ' << view.m_finalSlice->m_step
+               << ' ' << view.m_finalSlice->m_slice_len << '\n';
     }
-    stream << "m_numberOfIntegerIndicesSoFar: " << view.m_numberOfIntegerIndicesSoFar
-           << "\nm_indexedArrayAsMDA: ";
-    if (view.m_indexedArrayAsMDA)
-    {
-        writeElements(stream, *view.m_indexedArrayAsMDA);
-    }
-    else
-    {
-        stream << "None";
-    }
-    return stream << '\n';
+    return stream << "m_indexedArrayAsMDA: " << (view.indexedArray() != nullptr ? "kept" : "none")
+                  << '\n';
 }
 
 } // namespace vellum

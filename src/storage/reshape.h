@@ -1,7 +1,7 @@
 /// `reshape`: new dimensions with the same number of elements, in place.
 #pragma once
 
-#include "module/array_object.h"
+#include "storage/array_object.h"
 
 namespace vellum
 {

@@ -2,149 +2,124 @@
 
 #include <gtest/gtest.h>
 #include <limits>
-#include <tuple>
+#include <utility>
+#include <vector>
 
 using namespace vellum;
-using testing::PrintToString;
-using Indices = std::vector<Index>;
+using Positions = std::vector<Index>;
 
 namespace
 {
 constexpr Index kMost = std::numeric_limits<Index>::max();
 constexpr Index kLeast = std::numeric_limits<Index>::min();
 constexpr Index kHalf = kMost / 2 + 1;
-constexpr std::nullopt_t none = std::nullopt;
-IndexRefusal g_refusal; // of the last operation that refused
 
-/// What a range selects, by definition.
-Indices rangeOf(const SliceIndexItem& item)
-{
-    Indices values;
-    const Index stop = *item.m_stop, step = *item.m_step;
-    for (Index value = *item.m_start; step > 0 ? value < stop : value > stop; value += step)
-        values.push_back(value);
-    return values;
-}
+/// A slice, and the positions that it selects, counted out one by one.
+using Range = std::pair<SliceIndexItem, Positions>;
 
-/// All slices of a dimension of length `len`, as Python's are once they have
-/// been adjusted to it.
-std::vector<SliceIndexItem> slicesOf(Index len)
+/// All ranges of a dimension of length `len`; an empty one can start beside it.
+std::vector<Range> rangesOf(Index len)
 {
-    std::vector<SliceIndexItem> slices;
+    std::vector<Range> ranges;
     for (const Index step : {-3, -2, -1, 1, 2, 3})
     {
-        for (Index point = 0; point < (len + 1) * (len + 1); ++point)
+        for (Index start = -1; start <= len; ++start)
         {
-            const Index first = step < 0 ? -1 : 0;
-            const Index start = first + point / (len + 1), stop = first + point % (len + 1);
-            slices.push_back({start, stop, step, 0, false});
-            slices.back().m_slice_len = static_cast<Index>(rangeOf(slices.back()).size());
+            ranges.push_back({{start, step, 0}, {}});
+            Positions positions;
+            for (Index at = start; at >= 0 && at < len; at += step)
+            {
+                positions.push_back(at);
+                ranges.push_back({{start, step, std::ssize(positions)}, positions});
+            }
         }
     }
-    return slices;
+    return ranges;
 }
 
-TEST(IndexItem, NormalizesOrSaysWhyNot)
+/// `slice` selects `positions`; so does every composition with a range of it, and
+/// with a range of that, `depth` times over.
+void expectSelects(const SliceIndexItem& slice, const Positions& positions, int depth)
 {
-    const std::tuple<Index, Index, const char*> integers[] = {
-        {3, 2, ""},
-        {3, -3, ""},
-        {kMost, -kMost, ""},
-        {-1, 0, "len is invalid (-1); must be nonnegative."},
-        {3, 3, "index is too large: (3; maximum: 2)."},
-        {0, -1, "index is too small: (-1; minimum: -0)."}};
-    for (const auto& [len, index, words] : integers)
+    const Index count = std::ssize(positions);
+    ASSERT_EQ(slice.m_slice_len, count);
+    for (Index k = 0; k < count; ++k)
+        ASSERT_EQ(indexIntoSlice(slice, k), positions[static_cast<std::size_t>(k)]);
+    for (const Index outside : {kLeast, Index(-1), count, kMost})
+        ASSERT_EQ(indexIntoSlice(slice, outside), std::nullopt);
+    for (const auto& [key, chosen] : depth > 0 ? rangesOf(count) : std::vector<Range>())
     {
-        IntegerIndexItem item = {index, false};
-        g_refusal.m_text.clear();
-        EXPECT_EQ(item.normalize(len, g_refusal), *words == 0);
-        EXPECT_EQ(g_refusal.m_text, words);
-        EXPECT_EQ(item.m_index, item.m_isNormalized && index < 0 ? index + len : index);
-    }
-    const std::tuple<Index, SliceIndexItem, SliceIndexItem> slices[] = {
-        {3, {}, {0, 0, 1, 0, true}},
-        {3, {2, 2, -1, 4, false}, {0, 0, 1, 0, true}},
-        {9, {none, 4, -2, none, false}, {0, 4, -2, -2, true}},
-        {0, {9, none, none, 4, false}, {0, 0, 1, 4, true}},
-        {4, {-9, 99, 3, none, false}, {0, 99, 3, 33, true}}, // the stop isn't clamped
-        {4, {0, kLeast, -1, none, false}, {0, kLeast, -1, kMost, true}}};
-    for (const auto& [len, given, normalized] : slices)
-    {
-        SliceIndexItem item = given;
-        EXPECT_TRUE(item.normalize(len, g_refusal));
-        EXPECT_EQ(PrintToString(item), PrintToString(normalized));
-    }
-    EXPECT_FALSE((SliceIndexItem{1, 2, 1, 1, false}.normalize(-1, g_refusal)));
-    EXPECT_FALSE((SliceIndexItem{1, 2, 0, 1, false}.normalize(3, g_refusal)));
-    EXPECT_EQ(g_refusal.m_text, "slice step cannot be zero.");
-    bool success = true;
-    SliceIndexItem{0, 3, 1, 3, false}.getIntegerIndexValues(3, success, g_refusal);
-    EXPECT_FALSE(success); // not normalized
-}
-
-/// Every operation on `slice`, which selects `values`; then the same for every
-/// key on it, `depth` times over.
-void expectSelects(const SliceIndexItem& slice, const Indices& values, int depth)
-{
-    bool success = false;
-    const auto count = static_cast<Index>(values.size());
-    ASSERT_EQ(slice.getIntegerIndexValues(0, success, g_refusal), values) << slice;
-    ASSERT_TRUE(success && slice.m_isNormalized && slice.m_slice_len == count);
-    for (Index position = -1; position <= count; ++position)
-    {
-        IntegerIndexItem item = {position, true};
-        const bool isInside = position >= 0 && position < count;
-        ASSERT_EQ(indexIntoSlice(slice, item, g_refusal), isInside);
-        ASSERT_EQ(item.m_index, isInside ? values[static_cast<std::size_t>(position)] : position);
-    }
-    for (const Index len : Indices{0, 1, 2, 4, 5, kHalf, kMost})
-    {
-        std::optional<Index> outside;
-        for (const Index value : values)
-        {
-            if (!outside && (value < 0 || value >= len))
-                outside = value;
-        }
-        ASSERT_EQ(firstOutside(slice, len), outside);
-    }
-    for (SliceIndexItem key : depth > 0 ? slicesOf(count) : std::vector<SliceIndexItem>())
-    {
-        Indices selected;
-        for (const Index position : rangeOf(key))
-            selected.push_back(values[static_cast<std::size_t>(position)]);
-        ASSERT_TRUE(composeWithSlice(slice, key, g_refusal));
-        ASSERT_NO_FATAL_FAILURE(expectSelects(key, selected, depth - 1)) << slice;
+        Positions selected;
+        for (const Index k : chosen)
+            selected.push_back(positions[static_cast<std::size_t>(k)]);
+        const SliceIndexItem composed = composeWithSlice(slice, key);
+        ASSERT_NO_FATAL_FAILURE(expectSelects(composed, selected, depth - 1));
     }
 }
 
-TEST(Composition, SelectsWhatTheKeySelectsOfTheSliceAndSaturates)
+TEST(Slice, ComposedSelectsWhatTheKeySelectsOfIt)
 {
     for (Index len = 0; len <= 6; ++len)
     {
-        for (SliceIndexItem slice : slicesOf(len))
+        for (const auto& [slice, positions] : rangesOf(len))
+            ASSERT_NO_FATAL_FAILURE(expectSelects(slice, positions, len <= 3 ? 2 : 1));
+    }
+}
+
+TEST(Slice, ComposedSaturatesAndStaysWithinTheLengthOfTheFirst)
+{
+    const SliceIndexItem cases[][3] = {
+        {{0, kHalf, 2}, {1, kHalf, 1}, {kHalf, kMost, 1}},
+        {{9, kHalf, 2}, {0, -kHalf, 1}, {9, kLeast, 1}},
+        {{kHalf + 9, -kHalf, 2}, {1, -1, 2}, {9, kHalf, 2}},
+        // Keys that were read against a longer dimension.
+        {{3, 1, 2}, {1, 1, 4}, {4, 1, 2}},
+        {{3, 1, 2}, {4, -1, 5}, {4, -1, 2}},
+        {{3, -2, 0}, {0, 5, 1}, {3, -2, 0}},
+    };
+    for (const auto& [slice, key, expected] : cases)
+    {
+        const SliceIndexItem composed = composeWithSlice(slice, key);
+        EXPECT_EQ(composed.m_start, expected.m_start);
+        EXPECT_EQ(composed.m_step, expected.m_step);
+        EXPECT_EQ(composed.m_slice_len, expected.m_slice_len);
+    }
+}
+
+TEST(Slice, NamesItsFirstPositionOutsideADimension)
+{
+    for (Index start = -2; start <= 8; ++start)
+    {
+        for (const Index step : {-4, -3, -2, -1, 1, 2, 3, 4})
         {
-            const Indices values = rangeOf(slice);
-            ASSERT_TRUE(slice.normalize(len, g_refusal) && slice.normalize(len, g_refusal));
-            ASSERT_NO_FATAL_FAILURE(expectSelects(slice, values, len <= 3 ? 2 : 1));
+            for (const Index len : {0, 1, 2, 3, 5, 8})
+            {
+                std::optional<Index> outside;
+                for (Index count = 0; count <= 4; ++count)
+                {
+                    ASSERT_EQ(firstOutside(SliceIndexItem{start, step, count}, len), outside);
+                    const Index next = start + count * step;
+                    if (!outside && (next < 0 || next >= len))
+                        outside = next;
+                }
+            }
         }
     }
+    EXPECT_EQ(firstOutside(SliceIndexItem{5, kLeast, 3}, kMost), 5 + kLeast);
+    EXPECT_EQ(firstOutside(SliceIndexItem{5, kMost, 3}, kMost), kMost);
+}
 
-    // slice, key, what they compose to; two keys were judged against a longer
-    // dimension than what the slice selects
-    const SliceIndexItem cases[][3] = {
-        {{0, 10, 2, 5, true}, {1, 3, 1, 2, true}, {2, 6, 2, 2, true}},
-        {{1, 4, 1, 3, true}, {2, 2, 1, 0, true}, {1, 1, 1, 0, true}},
-        {{3, 3, -2, 0, true}, {0, 5, 5, 1, true}, {3, 3, -2, 0, true}},
-        {{3, 5, 1, 2, true}, {1, 5, 1, 4, true}, {4, 6, 1, 2, true}},
-        {{3, 5, 1, 2, true}, {4, -1, -1, 5, true}, {4, 2, -1, 2, true}},
-        {{0, kMost, kHalf, 2, true}, {1, 2, kHalf, 1, true}, {kHalf, kMost, kMost, 1, true}},
-        {{kHalf + 9, -1, -kHalf, 2, true}, {1, -1, -1, 2, true}, {9, kMost, kHalf, 2, true}}};
-    for (const auto& [slice, key, composed] : cases)
+TEST(Index, IsCountedFromEitherEndOfADimension)
+{
+    for (Index len = 0; len <= 4; ++len)
     {
-        SliceIndexItem item = key;
-        EXPECT_TRUE(composeWithSlice(slice, item, g_refusal));
-        EXPECT_EQ(PrintToString(item), PrintToString(composed));
+        for (const Index outside : {kLeast, -len - 1, len, kMost})
+            EXPECT_EQ(normalizeIndex(outside, len), std::nullopt);
+        for (Index position = 0; position < len; ++position)
+        {
+            EXPECT_EQ(normalizeIndex(position, len), position);
+            EXPECT_EQ(normalizeIndex(position - len, len), position);
+        }
     }
-    expectSelects(cases[6][2], {9, kHalf + 9}, 0);
 }
 } // namespace

@@ -1,20 +1,20 @@
 #include "service/service_interface.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 using namespace vellum::data;
 using namespace vellum::data::service;
 using Dims = std::vector<std::size_t>;
+using Values = std::vector<double>;
 
 namespace
 {
 constexpr std::size_t kHuge = SIZE_MAX;
-constexpr std::size_t kTooMuch = kHuge / 64 + 1; // representable in bytes, but not to be had
+constexpr std::size_t kTooMuch = kHuge / 64 + 1; // its bytes can be counted, but not be had
 int g_freedBuffers = 0;
 
 void countFreed(void* buffer)
@@ -31,102 +31,85 @@ auto call(Arguments... arguments)
 
 struct Service : testing::Test
 {
-    void SetUp() override { ASSERT_EQ(call<array_factory_new>(&factory), 0); }
-    void TearDown() override { destroy(), call<array_factory_destroy>(factory); }
-    void destroy() { call<array_destroy>(std::exchange(array, nullptr)); }
-
-    Code create(ArrayTypeCode type, const Dims& dims)
+    void SetUp() override { ASSERT_EQ(call<array_factory_new>(&m_factory), 0); }
+    void TearDown() override
     {
-        return call<array_factory_create_array>(factory, type, dims.data(), dims.size(), &array);
+        call<array_destroy>(m_array);
+        call<array_factory_destroy>(m_factory);
     }
+
     /// Hands over the doubles 0 to 11.
     Code adopt(ArrayTypeCode type, const Dims& dims, MemoryLayoutCode layout)
     {
-        auto* const values = static_cast<double*>(adopted = std::malloc(12 * sizeof(double)));
-        for (int i = 0; i < 12; ++i)
-            values[i] = i;
+        auto* const values = static_cast<double*>(std::malloc(12 * sizeof(double)));
+        std::iota(values, values + 12, 0);
         g_freedBuffers = 0;
         return call<array_factory_create_from_buffer_with_layout>(
-            factory, type, dims.data(), dims.size(), values, &countFreed, &array, layout);
+            m_factory, type, dims.data(), dims.size(), values, &countFreed, &m_array, layout);
+    }
+    /// The array's storage, of so many numbers.
+    Values release(std::ptrdiff_t count)
+    {
+        EXPECT_EQ(call<array_release_buffer>(m_array, true, &m_buffer, &m_deleter), 0);
+        const auto* const begin = static_cast<const double*>(m_buffer);
+        Values values(begin, begin + count);
+        m_deleter(m_buffer);
+        return values;
     }
 
-    ArrayFactoryImpl* factory = nullptr;
-    ArrayImpl* array = nullptr;
-    void* buffer = nullptr;
-    BufferDeleter deleter = nullptr;
-    ArrayImpl* copy = nullptr;
-    void* adopted = nullptr;
+    ArrayFactoryImpl* m_factory = nullptr;
+    ArrayImpl* m_array = nullptr;
+    void* m_buffer = nullptr;
+    BufferDeleter m_deleter = nullptr;
 };
 
-TEST_F(Service, knowsTheWidthOfEveryTypeAndCreatesZeroes)
+TEST_F(Service, RefusesWhatItCannotHoldAndFreesTheBuffer)
 {
-    const std::size_t widths[] = {1, 2,  8, 4, 1, 1, 2, 2, 4, 4,  8,
-                                  8, 16, 8, 2, 2, 4, 4, 8, 8, 16, 16};
-    for (ArrayTypeCode type = 0; const std::size_t width : widths)
+    const std::tuple<ArrayTypeCode, Dims, MemoryLayoutCode, Code> refused[] = {
+        {2, {3, 4}, 0, 9},      {23, {3, 4}, 0, 9},      {3, {3, 4}, 2, 23},
+        {5, {kHuge, 2}, 0, 26}, {3, {kHuge / 2}, 0, 26}, {3, {kTooMuch, 2}, 1, 19}};
+    for (const auto& [type, dims, layout, code] : refused)
     {
-        EXPECT_EQ(create(type, {kHuge / width, 1}), 19) << type;
-        EXPECT_EQ(create(type, {kHuge / width / 2 + 1, 2}), 26) << type;
-        type += type == 1 ? 2 : 1;
+        EXPECT_EQ(adopt(type, dims, layout), code);
+        EXPECT_EQ(m_array, nullptr);
+        EXPECT_EQ(g_freedBuffers, 1);
     }
-    ASSERT_EQ(create(13, {3, 1, 2}), 0);
-    ASSERT_EQ(call<array_release_buffer>(array, true, &buffer, &deleter), 0);
-    EXPECT_EQ(std::count(static_cast<char*>(buffer), static_cast<char*>(buffer) + 96, 0), 96);
-    deleter(buffer);
-    destroy();
-    ASSERT_EQ(create(3, {kHuge, 0, kHuge}), 0);
-    EXPECT_EQ(call<array_get_number_of_elements>(array), 0U);
-    ASSERT_EQ(call<array_factory_create_buffer>(factory, &buffer, &deleter, 3, std::size_t(0)), 0);
-    EXPECT_NE(buffer, nullptr);
-    deleter(buffer);
+    EXPECT_EQ(call<array_factory_create_buffer>(m_factory, &m_buffer, &m_deleter, 3, kTooMuch), 19);
+    EXPECT_EQ(call<array_factory_create_buffer>(m_factory, &m_buffer, &m_deleter, 3, kHuge), 26);
 }
 
-TEST_F(Service, refusesWhatItCannotHoldAndFreesTheBuffer)
+TEST_F(Service, SaysSoWhereThereIsNoMemoryForACopy)
 {
-    const std::tuple<ArrayTypeCode, Dims, Code> refused[] = {
-        {2, {3, 4}, 9},         {23, {1, 1}, 9},     {-1, {1}, 9},
-        {3, {kTooMuch, 2}, 19}, {5, {kHuge, 2}, 26}, {3, {kHuge, 2, 2}, 26}};
-    for (const auto& [type, dims, code] : refused)
-    {
-        EXPECT_EQ(create(type, dims), code);
-        EXPECT_EQ(adopt(type, dims, 1), code); // row-major: needs a second buffer
-        EXPECT_TRUE(array == nullptr && g_freedBuffers == 1);
-    }
-    EXPECT_TRUE(adopt(3, {3, 4}, 2) == 23 && g_freedBuffers == 1); // no such layout
-    EXPECT_EQ(call<array_factory_create_buffer>(factory, &buffer, &deleter, 3, kTooMuch), 19);
-
-    ASSERT_EQ(adopt(3, {kTooMuch, 1}, 0), 0); // taken at its word, but no copy can be made
-    EXPECT_TRUE(call<array_unshare>(array, false, &copy)); // never "go on and write"
-    EXPECT_EQ(call<array_release_buffer>(array, false, &buffer, &deleter), 19);
-    EXPECT_TRUE(copy == nullptr && buffer == nullptr && deleter == nullptr && g_freedBuffers == 0);
-    destroy();
-    EXPECT_EQ(g_freedBuffers, 1);
+    ASSERT_EQ(adopt(3, {kTooMuch, 1}, 0), 0); // taken at its word
+    ArrayImpl* copy = m_array;
+    EXPECT_TRUE(call<array_unshare>(m_array, false, &copy)); // never "go on and write"
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(call<array_release_buffer>(m_array, false, &m_buffer, &m_deleter), 19);
+    EXPECT_EQ(m_buffer, nullptr);
+    EXPECT_EQ(g_freedBuffers, 0);
 }
 
-TEST_F(Service, turnsRowMajorCopiesOnWriteAndReleasesToTheSoleOwner)
+TEST_F(Service, TurnsRowMajorIntoColumnMajor)
 {
     ASSERT_EQ(adopt(3, {2, 3, 2}, 1), 0);
     EXPECT_EQ(g_freedBuffers, 1); // replaced by a column-major one
-    EXPECT_FALSE(call<array_unshare>(array, true, &copy));
-    ASSERT_TRUE(call<array_unshare>(array, false, &copy));
-    for (ArrayImpl* const each : {copy, array}) // the array doesn't feel what became of its copy
-    {
-        ASSERT_EQ(call<array_release_buffer>(each, each == copy, &buffer, &deleter), 0);
-        auto* const values = static_cast<double*>(buffer);
-        for (int i = 0; i < 12; ++i)
-            EXPECT_EQ(std::exchange(values[i / 6 + 2 * (i / 2 % 3) + 6 * (i % 2)], -1), i);
-        deleter(buffer);
-    }
-    call<array_destroy>(copy);
-    destroy();
+    EXPECT_EQ(release(12), (Values{0, 6, 2, 8, 4, 10, 1, 7, 3, 9, 5, 11}));
+}
 
-    ASSERT_EQ(adopt(3, {4, 3}, 0), 0);
-    ASSERT_EQ(call<array_release_buffer>(array, false, &buffer, &deleter), 0);
-    EXPECT_NE(buffer, adopted);
-    deleter(buffer);
-    ASSERT_EQ(call<array_release_buffer>(array, true, &buffer, &deleter), 0);
-    EXPECT_TRUE(buffer == adopted && deleter == &countFreed);
-    deleter(buffer);
-    destroy(); // nothing left in it
-    EXPECT_EQ(g_freedBuffers, 1);
+TEST_F(Service, OffersWhatTheModuleDoesWithout)
+{
+    const double parts[] = {1.5, -2};
+    const Dims dims = {1, 2};
+    ReferenceImpl* reference = nullptr;
+    ASSERT_EQ(call<array_factory_create_array>(m_factory, 13, dims.data(), dims.size(), &m_array),
+              0);
+    EXPECT_EQ(call<array_get_reference>(m_array, 2U, &reference), 1);
+    ASSERT_EQ(call<array_get_reference>(m_array, 1U, &reference), 0);
+    EXPECT_EQ(call<reference_set_complex_value>(reference, 13, parts, parts + 1), 0);
+    call<reference_destroy>(reference);
+    EXPECT_EQ(release(4), (Values{0, 0, 1.5, -2}));
+    call<array_destroy>(m_array);
+    ASSERT_EQ(call<array_factory_create_scalar>(m_factory, 13, parts, &m_array), 0);
+    EXPECT_EQ(release(2), (Values{1.5, -2}));
 }
 } // namespace

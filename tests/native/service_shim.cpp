@@ -158,10 +158,6 @@ struct Forward<Operation, Result(Args...)>
             (count(args, 1), ...);
             if constexpr (kTakes<BufferDeleter*>)
                 watchBuffer(*std::get<void**>(all), *std::get<BufferDeleter*>(all));
-            if constexpr (kIs<array_get_type>)
-                *std::get<1>(all) = now.m_type.value_or(*std::get<1>(all));
-            if constexpr (kIs<array_type_is_convertible>)
-                *std::get<2>(all) = *std::get<2>(all) && now.m_isConvertible;
             return result;
         }
     }
@@ -179,15 +175,14 @@ std::map<int, void*> makeTable()
 SHIM_EXPORT void* get_function_ptr(int index)
 {
     static const auto table =
-        makeTable<array_factory_new, array_factory_destroy, array_factory_create_array,
-                  array_factory_create_scalar, array_factory_create_buffer,
+        makeTable<array_factory_new, array_factory_destroy, array_factory_create_buffer,
                   array_factory_create_from_buffer, array_factory_create_from_buffer_with_layout,
                   array_new_empty, array_destroy, array_get_dimensions,
                   array_get_number_of_elements, array_get_type, array_type_is_convertible,
-                  array_unshare, array_release_buffer, array_get_reference, array_begin,
-                  array_begin_v2, array_end, array_end_v2, iterator_destroy, iterator_get_pointer,
+                  array_unshare, array_release_buffer, array_begin, array_begin_v2, array_end,
+                  array_end_v2, iterator_destroy, iterator_get_pointer,
                   iterator_get_complex_pointer, iterator_get_reference, reference_get_complex_parts,
-                  reference_set_complex_value, reference_destroy>();
+                  reference_destroy>();
     ++shim().m_lookups[index];
     const auto found = table.find(index);
     if (found == table.end() || shim().m_hidden.count(index) != 0)

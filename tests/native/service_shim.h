@@ -7,7 +7,6 @@
 #include "service/service_interface.h"
 
 #include <map>
-#include <optional>
 #include <set>
 #include <vector>
 
@@ -18,11 +17,9 @@ struct Shim
     /// with neither can't fail.
     void start(long position = -1, long times = 0, vellum::data::service::Code code = 0);
 
-    std::set<int> m_hidden;                            ///< indices that the library lacks
-    std::map<int, int> m_lookups;                      ///< of each index
-    std::set<int> m_found;                             ///< asked for while not hidden
-    std::optional<vellum::data::ArrayTypeCode> m_type; ///< that every array reports
-    bool m_isConvertible = true;                       ///< the answer for equal types
+    std::set<int> m_hidden;       ///< indices that the library lacks
+    std::map<int, int> m_lookups; ///< of each index
+    std::set<int> m_found;        ///< asked for while not hidden
 
     std::vector<int> m_trace;                     ///< the indices called since the start
     std::map<int, bool> m_flags;                  ///< the last flag given to an operation

@@ -43,8 +43,8 @@ def test_an_iterator_without_state():
 # So many dimensions make a partial array too large for the room that is left.
 SHORT_OF_MEMORY = """
 import mmap, resource, vellum
-part = vellum.int8(vector=[1, 2, 3, 4], size=(1,) * 4000 + (2, 2))
-for _ in range(4000):
+part = vellum.int8(vector=[1, 2, 3, 4], size=(1,) * 20000 + (2, 2))
+for _ in range(20000):
     part = part[0]
 steps, blocks = iter(part), []
 used = int(open("/proc/self/statm").read().split()[0]) * resource.getpagesize()
