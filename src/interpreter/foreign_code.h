@@ -19,7 +19,7 @@ namespace vellum
 /// `function(arguments...)`, from which no unwinding comes back. There is no object
 /// behind the reference that is caught, which a sanitizer would take for a fault.
 template <class Function, class... Arguments>
-[[gnu::no_sanitize("undefined")]] auto callOut(Function function, Arguments... arguments)
+__attribute__((no_sanitize("undefined"))) auto callOut(Function function, Arguments... arguments)
 {
     try
     {
