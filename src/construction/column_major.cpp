@@ -18,14 +18,16 @@ void reorder(const char* values, const Dimensions& dims, char* storage)
     }
     std::vector<std::uint64_t> counters(dims.size(), 0);
     const char* columnStart = values;
+    const std::uint64_t length = dims[0];
+    const std::uint64_t stride = rowStrides[0];
     while (true)
     {
         const char* element = columnStart;
-        for (std::uint64_t i = 0; i < dims[0]; ++i)
+        for (std::uint64_t i = 0; i < length; ++i)
         {
             std::memcpy(storage, element, width);
             storage += width;
-            element += rowStrides[0];
+            element += stride;
         }
         std::size_t k = 1;
         for (; k < dims.size(); ++k)

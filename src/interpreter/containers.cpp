@@ -15,8 +15,8 @@ PyRef tupleOf(std::vector<Py_ssize_t> numbers)
     PyObject_GC_UnTrack(tuple.get());
     for (Py_ssize_t i = 0; i < count; ++i)
     {
-        PyRef number = checked(PyLong_FromSsize_t(numbers[static_cast<std::size_t>(i)]));
-        PyTuple_SET_ITEM(tuple.get(), i, number.release());
+        PyTuple_SET_ITEM(tuple.get(), i,
+                         orThrow(PyLong_FromSsize_t(numbers[static_cast<std::size_t>(i)])));
         SignalWatch::atStep(i);
     }
     PyObject_GC_Track(tuple.get());

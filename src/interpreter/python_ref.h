@@ -56,15 +56,20 @@ private:
     PyObject* m_object = nullptr;
 };
 
-/// Owns the result of a call of Python's API, for which null means that an error
-/// is set.
-inline PyRef checked(PyObject* owned)
+/// The result of a call of Python's API, for which null means that an error is set.
+inline PyObject* orThrow(PyObject* result)
 {
-    if (owned == nullptr)
+    if (result == nullptr)
     {
         throw PythonError();
     }
-    return PyRef(owned);
+    return result;
+}
+
+/// The same, owned.
+inline PyRef checked(PyObject* owned)
+{
+    return PyRef(orThrow(owned));
 }
 
 /// One level of the interpreter's recursion guard. Throws at its limit.

@@ -62,11 +62,15 @@ enum class Part
     Imaginary,
 };
 
-/// Takes `width` bytes of every element, from `offset` on. `elements` are `count`
-/// of `stride` bytes each.
+/// Takes `width` bytes of each of `count` elements, which are `stride` bytes apart.
 void copyParts(const char* elements, std::size_t stride, std::size_t count, char* parts,
                std::size_t width)
 {
+    if (stride == width)
+    {
+        std::memcpy(parts, elements, count * width);
+        return;
+    }
     visitElementWidth(width, [&](auto constant) {
         for (std::size_t i = 0; i < count; ++i)
         {

@@ -25,21 +25,42 @@ public:
             return checked(callOut(PyList_New, 0));
         }
         const RecursionLevel level(" while building a nested list");
-        const Py_ssize_t length = m_selection.m_lengths[depth];
-        const bool isLast = depth + 1 == m_selection.dimensions();
-        NewList list(length);
-        for (Py_ssize_t i = 0; i < length; ++i)
+        NewList list(m_selection.m_lengths[depth]);
+        if (depth + 1 == m_selection.dimensions())
         {
-            PyRef item = isLast ? checked(m_toPython(address)) : make(depth + 1, address);
-            list.set(i, item.release());
-            address += m_selection.m_strides[depth];
-            SignalWatch::atStep(i);
+            setElements(list, address);
         }
-        m_signals.behindLoop(length);
+        else
+        {
+            setLists(list, depth, address);
+        }
+        m_signals.behindLoop(m_selection.m_lengths[depth]);
         return list.finish();
     }
 
 private:
+    void setElements(NewList& list, const char* address) const
+    {
+        const Py_ssize_t length = m_selection.m_lengths.back();
+        const Py_ssize_t stride = m_selection.m_strides.back();
+        for (Py_ssize_t i = 0; i < length; ++i)
+        {
+            list.set(i, orThrow(m_toPython(address)));
+            address += stride;
+            SignalWatch::atStep(i);
+        }
+    }
+
+    void setLists(NewList& list, std::size_t depth, const char* address)
+    {
+        for (Py_ssize_t i = 0; i < m_selection.m_lengths[depth]; ++i)
+        {
+            list.set(i, make(depth + 1, address).release());
+            address += m_selection.m_strides[depth];
+            SignalWatch::atStep(i);
+        }
+    }
+
     std::shared_ptr<const MDArrayWrapper> m_record; ///< of the elements: kept alive
     const Selection& m_selection;
     ElementToPython m_toPython;

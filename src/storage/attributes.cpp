@@ -12,7 +12,7 @@ Py_ssize_t arrayLength(PyObject*, MDArrayView& view)
 
 PyObject* arraySize(PyObject*, MDArrayView& view)
 {
-    return tupleOf(selectionOf(view).m_lengths).release();
+    return tupleOf(selectedLengths(view)).release();
 }
 
 PyObject* arrayItemsize(PyObject*, MDArrayView& view)

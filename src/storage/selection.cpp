@@ -44,6 +44,19 @@ Selection selectRegion(const MDArrayWrapper& record, const std::vector<Index>& i
     return selection;
 }
 
+std::vector<Py_ssize_t> selectedLengths(const MDArrayView& view)
+{
+    view.requireFit();
+    const auto& shape = view.record().shape();
+    std::vector<Py_ssize_t> lengths(
+        shape.begin() + static_cast<std::ptrdiff_t>(view.nextDimension()), shape.end());
+    if (view.finalSlice())
+    {
+        lengths.front() = view.finalSlice()->m_slice_len;
+    }
+    return lengths;
+}
+
 Selection selectionOf(const MDArrayView& view)
 {
     view.requireFit();

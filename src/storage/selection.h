@@ -28,6 +28,9 @@ Selection selectRegion(const MDArrayWrapper& record, const std::vector<Index>& i
 /// What a view selects. Throws if the view doesn't fit its record.
 Selection selectionOf(const MDArrayView& view);
 
+/// Its lengths alone.
+std::vector<Py_ssize_t> selectedLengths(const MDArrayView& view);
+
 /// Traverses the rows of a selection, a row being the elements along its last
 /// dimension; the last but one is fastest. The selection isn't empty, and
 /// outlives the cursor.
