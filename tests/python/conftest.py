@@ -8,12 +8,6 @@ except ImportError as error:
     raise pytest.UsageError(
         f"{error}; build first and set PYTHONPATH=BUILD/python, or run scripts/test"
     )
-from hypothesis import settings
-
-# Sanitized builds and shared machines are slow in ways that are no failure.
-settings.register_profile("vellum", deadline=None)
-settings.load_profile("vellum")
-
 
 def pytest_report_header():
     return f"module under test: {vellummultidimarrayforpython.__file__}"

@@ -11,6 +11,7 @@ import copy
 import itertools
 import math
 import struct
+from fractions import Fraction
 from unittest.mock import ANY
 
 NULL = object()  # the right side of a deletion
@@ -27,7 +28,7 @@ SizeError = type("SizeError", (Exception,), {})
 
 
 def is_sequence(value):
-    return not isinstance(value, dict) and hasattr(type(value), "__getitem__")
+    return not isinstance(value, (dict, float)) and hasattr(type(value), "__getitem__")
 
 
 def fetch(value, i, message="null data pointer."):
@@ -55,7 +56,7 @@ def judge(value, kind, is_complex, constructing=False):
         part = judge_part(value, kind)
         return (part, type(part)(0)) if is_complex else part
     if isinstance(value, (float, complex)) and kind == "logical" and constructing:
-        return value != 0
+        return bool(value)
     if isinstance(value, float):
         raise TypeError(f"vellum.{kind} does not accept floating-point values.")
     if isinstance(value, complex):
@@ -70,12 +71,16 @@ def judge(value, kind, is_complex, constructing=False):
 
 def judge_part(value, kind):
     number = int if isinstance(value, int) else float
+    value = number.__pos__(value)  # of a subclass too
     if number is int and not -(2**63) <= value < 2**63:
         if kind == "single":
             return math.inf
         raise OverflowError("Python int too large to convert to C long long")
     if kind == "logical":
         return value != 0
+    if kind == "single" and number is int:
+        step = 2 ** max(abs(value).bit_length() - 24, 0)
+        return float(round(Fraction(value, step)) * step)  # rounded once
     if kind == "single":
         too_large = abs(value) > 3.4028234663852886e38
         return math.inf if too_large else struct.unpack("f", struct.pack("f", value))[0]
@@ -169,9 +174,10 @@ def read_buffer(exporter, kind, is_complex):
     """Dimensions, elements in their order, and whether that is the storage order."""
     exporter = exporter if isinstance(exporter, Export) else memoryview(exporter)
     code, found = FORMATS[kind].replace("?", "B"), f"input buffer format ('{exporter.format}')"
+    same_as_long = dict(zip("lL", "iI" if struct.calcsize("l") == 4 else "qQ"))
     if is_complex and exporter.format[0] != "Z":
         raise BufferError(f"{found} does not begin with 'Z', but output type is complex")
-    if exporter.format != "Z" * is_complex + code:
+    if same_as_long.get(exporter.format, exporter.format) != "Z" * is_complex + code:
         wanted = f"output format ('{'Z' * is_complex}{code}')"
         advice = "use a different input or output type"
         raise BufferError(f"{found} is not compatible with {wanted}; {advice}")

@@ -15,7 +15,9 @@ import random
 import hillshade
 import numpy
 import oracle
+import pytest
 import vellummultidimarrayforpython as module
+from helpers import Index
 
 STEPS = int(os.environ.get("VELLUM_PROGRAM_STEPS", 30_000))
 SEED = int(os.environ.get("VELLUM_PROGRAM_SEED", 1))
@@ -24,7 +26,14 @@ PROGRAM_LENGTH = 80
 SLOTS = 6
 NUMBERS = """True -1 2.5 -0.0 nan inf -inf 1+2j 3j 127 128 -129 255 256 300.5 65536 2**31 2**53+1
     2**63-1 2**63 -2**63 -2**63-1 2**64 1e39 -1e39 3.4028234663852886e38 16777217 1e300 -0.5
-    complex(nan,1) complex(2,-inf)""".split()
+    complex(nan,1) complex(2,-inf) numpy.float64(1.9) Whole(3)""".split()
+POWERS = [f"{sign}2**{bits}" for bits in (7, 8, 15, 16, 31, 32, 53, 63, 64) for sign in ("", "-")]
+EDGES = [f"{power}{step:+}" for power in POWERS for step in range(-2, 3)]
+EDGES += [f"numpy.nextafter({power}{step:+},{to}).item()"
+          for power in POWERS for step in (-1, 0, 1) for to in ("-inf", "inf")]  # fmt: skip
+EDGES += [f"complex(0,{edge})" for edge in EDGES] + [f"float({edge})" for edge in EDGES]
+# Singles: the largest and what lies next to it, the least; halfway between two, and just not.
+EDGES += """3.4028234663852888e38 1e-45 7e-46 2**24+1 2**60+2**36+1 1234567.5""".split()
 REFUSED = ["None", "'ab'", "''", "{1}", "[1]", "b'ab'", "object()", "{}", "Index(1)", "[[1],2]"]
 BUFFERS = """array.array('d',[1,2.5,nan]) array.array('f',[1.5,2]) array.array('d') b'abcd' b''
     memoryview(bytes(range(24))).cast('H',[2,3,2]) memoryview(bytes(range(8))).cast('q',[])
@@ -57,13 +66,8 @@ class Seq:
         return self.items[i]
 
 
-class Index:
-    def __init__(self, value, action=int):
-        self.value, self.action = value, action
-
-    def __index__(self):
-        self.action()
-        return self.value
+class Whole(int):
+    __index__ = __int__ = __float__ = None
 
 
 def outcome(function):
@@ -82,7 +86,7 @@ class World:
         self.array_types = tuple(self.names.values())
         self.names.update(
             a=self.pool, i=[iter(())] * 2, m=[b""] * 2, put=self.put, nan=math.nan, inf=math.inf,
-            Seq=Seq, Index=Index, array=array, copy=copy, pickle=pickle,
+            Seq=Seq, Index=Index, Whole=Whole, array=array, copy=copy, pickle=pickle, numpy=numpy,
             setitem=operator.setitem, delitem=operator.delitem, **names)  # fmt: skip
 
     def put(self, slot, value):
@@ -131,7 +135,7 @@ class Generator:
     """Lines that mostly make sense for the arrays that there are, and often just don't."""
 
     def __init__(self, seed, world):
-        self.random, self.pool = random.Random(seed), world.pool
+        self.random, self.pool, self.last = random.Random(seed), world.pool, 0
         self.names = {**world.names, "Index": lambda value, action=None: value}
         self.chance = lambda p: self.random.random() < p
         self.pick = self.random.choice
@@ -169,7 +173,7 @@ class Generator:
 
     def reshape(self, target=None):
         """A shape for as many elements as the array in the slot has, mostly."""
-        slot = self.slot()
+        slot = self.pick([self.slot(), self.last])
         left, dims = len(self.pool[slot]._record.values), []
         while left > 1 and len(dims) < 3:
             dims.append(self.pick([d for d in range(1, left + 1) if left % d == 0]))
@@ -186,7 +190,8 @@ class Generator:
         if self.chance(0.6):
             fits = length and not self.chance(0.1)
             return str(self.random.randrange(*((-length, length) if fits else (-5, 6))))
-        bounds, steps = ["None"] * 5 + [*range(-4, 6)], ["None"] * 4 + [1, -1, -1, 2, -2, 3]
+        bounds = ["None"] * 5 + [*range(-4, 6)]
+        steps = ["None"] * 5 + [1, 1, -1, -1, -1, 2, -2, 3, 2**62, -(2**63)]
         members = [*map(self.pick, (bounds, bounds, steps))]
         if self.chance(0.1):
             foreign = ["0", "'x'", "2**70", "-2**70", "Index(1)", "Index(-1,lambda: 1/0)", "1.5",
@@ -195,7 +200,8 @@ class Generator:
         return "slice({},{},{})".format(*members)
 
     def view(self):
-        line = f"a[{self.slot()}]"
+        self.last = self.slot()
+        line = f"a[{self.last}]"
         for _ in range(self.pick([0, 0, 0, 1, 1, 2, 3])):
             line += f"[{self.key(self.evaluate(f'min(len({line}),5)', 3))}]"
         return line
@@ -203,6 +209,10 @@ class Generator:
     def construct(self):
         kind, dims = self.pick(KINDS), self.dims()
         count, alike = math.prod(dims), [f"memoryview({kind}([[1,2],[3,4]]))"] * 6
+        code = oracle.FORMATS[kind].replace("?", "B")
+        code = self.pick([code, code.replace("q", "l").replace("Q", "L"), *"bBhHiIlLqQfd?"])
+        rows = f"numpy.arange({count}).astype('{code}').reshape({dims},order='{self.pick('CF')}')"
+        alike += [f"memoryview({rows})"] * 20
         given = [*BUFFERS, *alike, "m[0]", "m[1]", f"memoryview(a[{self.slot()}])", "range(3)"]
         flat = self.nested([count])
         values = [self.nested(dims)] * 6 + [flat, f"vector={flat}", f"vector={flat}", "", ""]
@@ -241,13 +251,34 @@ class Generator:
         return f"put({slot},{self.construct() if step < 22 else call})"
 
 
+def worlds():
+    real = World(module, service_bytes=hillshade.service_bytes, memoryview=memoryview)
+    return real, World(oracle, service_bytes=oracle.service_bytes, memoryview=oracle.export)
+
+
 def test_programs_agree_with_the_oracle():
     for seed in range(SEED, SEED + max(1, STEPS // PROGRAM_LENGTH)):
-        real = World(module, service_bytes=hillshade.service_bytes, memoryview=memoryview)
-        expected = World(oracle, service_bytes=oracle.service_bytes, memoryview=oracle.export)
-        generator, lines = Generator(seed, expected), []
+        real, expected = worlds()
+        generator = Generator(seed, expected)
+        lines = []
         for _ in range(PROGRAM_LENGTH):
             lines.append(generator.line())
             found = disagreements(real, expected, lines[-1])
             program = "\n".join(lines)
             assert not found, f"seed {seed}\n{program}\n\nmodule, oracle: {found}"
+
+
+@pytest.mark.parametrize("option", ["", ",is_complex=True"])
+@pytest.mark.parametrize("kind", KINDS)
+def test_numbers_up_to_each_limit(kind, option):
+    if kind == "logical" and option:
+        return
+    real, expected = worlds()
+    for number in NUMBERS + EDGES:
+        values = number, f"[[{number}]]", f"vector=[{number}]", "size=(1,1)"
+        lines = [f"put(0,{kind}({value}{option}))" for value in values]
+        lines += [f"setitem(a[0][0],0,{number})", "a[0]", "a[0]==a[1]", "a[1]!=a[0]", "a[0]==a[2]"]
+        # What the next number, and its real or complex twin, are compared with.
+        lines += ["put(2,a[0])", f"put(1,{kind}([[{number}]]))"]
+        for line in lines:
+            assert real.run(line) == expected.run(line), line
