@@ -292,6 +292,15 @@ def test_rows_without_elements_take_no_time():
     assert double(double(size=(2**28, 0))).size == (2**28, 0)
 
 
+def test_dimensions_of_length_1_take_no_time():
+    rows = numpy.arange(2.0**18).reshape(2**17, 2)
+    a = double(rows).reshape((2**17,) + (1,) * 10**5 + (2,))
+    assert a == a.clone()
+    a.reshape((2**17,) + (1,) * 500 + (2,))
+    a[:] = double(a)[::-1]
+    assert numpy.array_equal(a.reshape(2**17, 2), rows[::-1])
+
+
 def test_foreign_code_takes_nothing_away():
     for key in ("initializer", "vector", "size"):
         options = {}
