@@ -38,8 +38,9 @@ choose_interpreter() {
         facts=$("$chosen" -I -c '
 import os, sys, sysconfig
 header = os.path.join(sysconfig.get_path("include"), "Python.h")
-print(sys.executable, "%d.%02d" % sys.version_info[:2], sys.implementation.cache_tag,
-      header, os.path.exists(header), sep="\n")') || cannot "PYTHON=$chosen does not run."
+print(sys.executable, "%d.%02d" % sys.version_info[:2],
+      sys.implementation.cache_tag + sys.abiflags, header, os.path.exists(header),
+      sep="\n")') || cannot "PYTHON=$chosen does not run."
         { read -r python && read -r version && read -r tag && read -r headers &&
             read -r found; } <<<"$facts"
         [[ ! $version < 3.08 ]] || cannot "PYTHON=$chosen is older than Python 3.8."
@@ -197,8 +198,11 @@ prepare_virtual_environment() {
     for name in "${modules[@]}"; do
         names+=("$(import_name "$name")")
     done
-    if imports "$runner" "${names[@]}"; then
-        return
+    # The one in this folder may have been made for another of this version.
+    if grep -qx "home = ${python%/*}" "$environment/pyvenv.cfg" 2>/dev/null; then
+        ! imports "$runner" "${names[@]}" || return 0
+    else
+        rm -rf "$environment"
     fi
     say "Fetching ${modules[*]} from PyPI for $python"
     if ! "$runner" -m pip --version >/dev/null 2>&1; then

@@ -2,6 +2,7 @@
 
 #include "base/element_width.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace vellum
@@ -51,7 +52,10 @@ void reorder(const char* values, const Dimensions& dims, char* storage)
 void reorderToColumnMajor(const char* values, const Dimensions& dims, std::size_t width,
                           char* storage)
 {
-    visitElementWidth(width, [&](auto constant) { reorder<constant>(values, dims, storage); });
+    // Dimensions of length 1 don't order anything, and there can be very many.
+    Dimensions longer(dims);
+    longer.erase(std::remove(longer.begin() + 1, longer.end(), 1), longer.end());
+    visitElementWidth(width, [&](auto constant) { reorder<constant>(values, longer, storage); });
 }
 
 } // namespace vellum

@@ -123,33 +123,27 @@ private:
     void visitArray(const MDArrayView& view)
     {
         view.requireDimension();
-        const Selection selection = selectionOf(view);
-        visitSelection(selection, 0, selection.m_base, elementReader(view.record().type().m_type));
+        visitLevels(selectionOf(view), 0, elementReader(view.record().type().m_type));
     }
 
-    void visitSelection(const Selection& selection, std::size_t depth, const char* address,
-                        ElementReader read)
+    /// The rows of an array are alike: the first way down tells every level, and below
+    /// it all elements follow in one loop. None are below a level of length 0.
+    void visitLevels(const Selection& selection, std::size_t depth, ElementReader read)
     {
+        if (depth == selection.dimensions())
+        {
+            forEachElement(selection, [&](const char* address) {
+                addElement(read(address));
+                return true;
+            });
+            return;
+        }
         const RecursionLevel level(kWhere);
         const Py_ssize_t length = selection.m_lengths[depth];
-        const bool isLast = depth + 1 == selection.dimensions();
-        const std::size_t countBefore = m_builder.m_values.count();
         enterLevel(length);
-        for (Py_ssize_t i = 0; i < length; ++i)
+        if (length != 0)
         {
-            if (isLast)
-            {
-                addElement(read(address));
-            }
-            else
-            {
-                visitSelection(selection, depth + 1, address, read);
-            }
-            if (m_builder.m_values.count() == countBefore)
-            {
-                break; // without elements the other rows, however many, tell nothing new
-            }
-            address += selection.m_strides[depth];
+            visitLevels(selection, depth + 1, read);
         }
         leaveLevel(length);
     }

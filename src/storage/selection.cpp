@@ -20,6 +20,19 @@ std::size_t Selection::count() const
     return count;
 }
 
+RowCursor::RowCursor(const Selection& selection)
+    : m_length(selection.m_lengths.back()), m_stride(selection.m_strides.back()),
+      m_row(selection.m_base)
+{
+    for (std::size_t k = 0; k + 1 < selection.dimensions(); ++k)
+    {
+        if (selection.m_lengths[k] != 1)
+        {
+            m_outer.push_back({selection.m_lengths[k], selection.m_strides[k], 0});
+        }
+    }
+}
+
 Selection selectRegion(const MDArrayWrapper& record, const std::vector<Index>& integers,
                        const SliceIndexItem* slice)
 {

@@ -32,40 +32,46 @@ Selection selectionOf(const MDArrayView& view);
 std::vector<Py_ssize_t> selectedLengths(const MDArrayView& view);
 
 /// Traverses the rows of a selection, a row being the elements along its last
-/// dimension; the last but one is fastest. The selection isn't empty, and
-/// outlives the cursor.
+/// dimension; the last but one is fastest. Dimensions of length 1 cost nothing,
+/// however many there are. The selection isn't empty.
 class RowCursor
 {
 public:
-    explicit RowCursor(const Selection& selection)
-        : m_selection(selection), m_position(selection.dimensions() - 1, 0), m_row(selection.m_base)
-    {
-    }
+    explicit RowCursor(const Selection& selection);
 
     /// The address of the row's first element.
     const char* row() const { return m_row; }
-    Py_ssize_t length() const { return m_selection.m_lengths.back(); }
-    Py_ssize_t stride() const { return m_selection.m_strides.back(); }
+    Py_ssize_t length() const { return m_length; }
+    Py_ssize_t stride() const { return m_stride; }
 
     /// False behind the last row.
     bool next()
     {
-        for (std::size_t k = m_position.size(); k-- > 0;)
+        for (std::size_t k = m_outer.size(); k-- > 0;)
         {
-            m_row += m_selection.m_strides[k];
-            if (++m_position[k] < m_selection.m_lengths[k])
+            Dimension& outer = m_outer[k];
+            m_row += outer.m_stride;
+            if (++outer.m_position < outer.m_length)
             {
                 return true;
             }
-            m_row -= m_selection.m_lengths[k] * m_selection.m_strides[k];
-            m_position[k] = 0;
+            m_row -= outer.m_length * outer.m_stride;
+            outer.m_position = 0;
         }
         return false;
     }
 
 private:
-    const Selection& m_selection;
-    std::vector<Py_ssize_t> m_position;
+    struct Dimension
+    {
+        Py_ssize_t m_length;
+        Py_ssize_t m_stride;
+        Py_ssize_t m_position;
+    };
+
+    std::vector<Dimension> m_outer; ///< those of more than one position
+    Py_ssize_t m_length;
+    Py_ssize_t m_stride;
     const char* m_row;
 };
 

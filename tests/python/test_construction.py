@@ -92,3 +92,12 @@ def test_refused(error, text, arguments):
         assert found[0] is error
         assert text in (None, found[1])
     assert all(sys.getrefcount(o) < before + 20 for o, before in zip(objects, references))
+
+
+def test_dimensions_of_length_1_take_no_time():
+    rows = numpy.arange(2.0**18).reshape(2**17, 2)
+    a = double(rows).reshape((2**17,) + (1,) * 10**5 + (2,))
+    assert a == a.clone()
+    a.reshape((2**17,) + (1,) * 500 + (2,))
+    a[:] = double(a)[::-1]
+    assert numpy.array_equal(a.reshape(2**17, 2), rows[::-1])
