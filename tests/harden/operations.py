@@ -1,0 +1,379 @@
+"""The operations that every sweep runs, and what must hold after each attempt at one.
+
+An operation gets every foreign object that it hands to the module from a factory
+(Inputs), so that a sweep can give it hostile ones. It runs on the oracle as well.
+"""
+
+import array
+import copy
+import ctypes
+import faulthandler
+import functools
+import operator
+import os
+import pickle
+import subprocess
+import sys
+import time
+from pathlib import Path
+from types import SimpleNamespace
+from typing import Callable, NamedTuple
+
+import hillshade
+import numpy
+import vellum
+import vellummultidimarrayforpython as extension
+
+sys.path.insert(0, str(Path(__file__).parents[1] / "python"))
+import oracle  # noqa: E402
+
+BUILD = Path(extension.__file__).parents[1]
+ORACLE = SimpleNamespace(**{kind: getattr(oracle, kind) for kind in oracle.FORMATS},
+                         memoryview=oracle.export, service_bytes=oracle.service_bytes)  # fmt: skip
+MODULE = SimpleNamespace(**{kind: getattr(vellum, kind) for kind in oracle.FORMATS},
+                         memoryview=memoryview, service_bytes=hillshade.service_bytes)  # fmt: skip
+
+
+class Inputs:
+    """Plain ones."""
+
+    def __init__(self, library=MODULE):
+        self.vellum = library
+
+    sequence = staticmethod(list)
+    index = staticmethod(int)
+    exporter = staticmethod(memoryview)
+
+    @staticmethod
+    def number(value):
+        return value
+
+    def numbers(self, values):
+        return self.sequence([self.number(value) for value in values])
+
+    def rows(self, values):
+        return self.sequence([self.numbers(row) for row in values])
+
+
+class Operation(NamedTuple):
+    prepare: Callable  # of a library: the arrays, and exports of them, that it works on
+    act: Callable  # on these, with Inputs
+    changes: bool = False  # the arrays
+    is_modelled: bool = True  # by the oracle
+
+
+def nothing(v):
+    return []
+
+
+def grid(v):
+    return [v.double([[1, 2, 3], [4, 5, 6]])]
+
+
+def grids(v):
+    return [*grid(v), *grid(v)]
+
+
+def cube(v):
+    return [v.int8([[[1, 2], [3, 4]], [[5, 6], [7, 8]]])]
+
+
+def complex_grid(v):
+    return [v.int16([[1j, 2], [3 + 4j, 5]], is_complex=True)]
+
+
+def logical_grid(v):
+    return [v.logical([[True, False], [False, True]])]
+
+
+def exported(v):
+    (a,) = grid(v)
+    return [a, v.memoryview(a)]
+
+
+def shared(v):
+    """A clone shares its storage with the copy that its source keeps."""
+    (a,) = grid(v)
+    return [a.clone(), a]
+
+
+def constructions(name, kind, options, values, code):
+    flat = sum(values, [])
+    rows = numpy.array(values, code)
+    columns, vector = numpy.asfortranarray(rows), rows.ravel()
+    grow = functools.partial
+
+    def make(i, *arguments, **keywords):
+        return getattr(i.vellum, kind)(*arguments, **keywords, **options)
+
+    def from_exporter(exporter, a, i):
+        return make(i, i.exporter(exporter))
+
+    forms = {
+        "empty": lambda a, i: make(i),
+        "size": lambda a, i: make(i, size=i.numbers([2, 3])),
+        "scalar": lambda a, i: make(i, i.number(flat[0])),
+        "list": lambda a, i: make(i, i.numbers(flat)),
+        "nested": lambda a, i: make(i, i.rows(values)),
+        "tuple": lambda a, i: make(i, tuple(tuple(map(i.number, row)) for row in values)),
+        "vector": lambda a, i: make(i, vector=i.numbers(flat), size=i.numbers([2, 2])),
+        "rows of a buffer": grow(from_exporter, rows),
+        "columns of a buffer": grow(from_exporter, columns),
+        "flat buffer": grow(from_exporter, vector),
+        "leading dict": lambda a, i: getattr(i.vellum, kind)(
+            {**options, "size": i.numbers([2, 2])}, i.numbers(flat)),
+    }  # fmt: skip
+    for form, act in forms.items():
+        yield f"{name}: {form}", Operation(nothing, act)
+    prepare = lambda v: [getattr(v, kind)(values, **options)]  # noqa: E731
+    yield f"{name}: array", Operation(prepare, lambda a, i: make(i, a[0]))
+
+
+def put(a, key, value):
+    operator.setitem(a, key, value)
+
+
+OPERATIONS = {
+    **dict(constructions("double", "double", {}, [[1.5, 2.0], [3.0, -4.0]], "d")),
+    **dict(constructions("complex", "single", {"is_complex": True}, [[1j, 2j], [3 + 4j, 5j]], "F")),
+    **dict(constructions("logical", "logical", {}, [[True, False], [False, True]], "B")),
+    "read row": Operation(grid, lambda a, i: a[0][-1]),
+    "read element": Operation(grid, lambda a, i: a[0][1][i.number(2)]),
+    "read complex": Operation(complex_grid, lambda a, i: a[0][1][0]),
+    "read logical": Operation(logical_grid, lambda a, i: a[0][1][0]),
+    "read outside": Operation(grid, lambda a, i: a[0][7]),
+    "read slice": Operation(cube, lambda a, i: a[0][slice(i.index(0), i.index(9), i.index(1))]),
+    "read slice of slice": Operation(grid, lambda a, i: a[0][::-1][i.index(0) : i.index(1)]),
+    "attributes": Operation(cube, lambda a, i: (a[0].size, len(a[0]), a[0].itemsize, bool(a[0]))),
+    "flags": Operation(complex_grid, lambda a, i: (a[0]._is_complex, a[0]._size)),
+    "iterate": Operation(cube, lambda a, i: [list(row) for rows in a[0] for row in rows]),
+    "iterate back": Operation(grid, lambda a, i: list(reversed(a[0]))),
+    "contains": Operation(grid, lambda a, i: i.number(7) in a[0][1]),
+    "text": Operation(cube, lambda a, i: str(a[0])),
+    "text of all": Operation(complex_grid, lambda a, i: repr(a[0])),
+    "text of slice": Operation(logical_grid, lambda a, i: repr(a[0][::-1])),
+    "equal": Operation(grids, lambda a, i: a[0] == a[1]),
+    "unequal": Operation(grids, lambda a, i: a[0][0] != a[1][1]),
+    "equal to other": Operation(grid, lambda a, i: a[0] == i.rows([[1, 2, 3], [4, 5, 6]])),
+    "less": Operation(grids, lambda a, i: a[0] < a[1]),
+    "clone": Operation(grid, lambda a, i: a[0].clone()),
+    "clone part": Operation(cube, lambda a, i: a[0][1][::-1].clone()),
+    "real": Operation(complex_grid, lambda a, i: a[0].real()),
+    "imag": Operation(complex_grid, lambda a, i: a[0].imag()),
+    "noncomplex": Operation(logical_grid, lambda a, i: a[0].noncomplex()),
+    "noncomplex refused": Operation(complex_grid, lambda a, i: a[0].noncomplex()),
+    "reduce": Operation(complex_grid, lambda a, i: a[0].__reduce__()),
+    "pickle": Operation(complex_grid, lambda a, i: pickle.loads(pickle.dumps(a[0], 4))),
+    "copy": Operation(cube, lambda a, i: copy.copy(a[0])),
+    "deepcopy": Operation(grid, lambda a, i: copy.deepcopy(a[0][1])),
+    "toarray": Operation(grid, lambda a, i: a[0][1].toarray()),
+    "toarray refused": Operation(grid, lambda a, i: a[0].toarray()),
+    "export": Operation(grid, lambda a, i: i.vellum.memoryview(a[0])),
+    "tomemoryview": Operation(complex_grid, lambda a, i: a[0].tomemoryview()),
+    "strides": Operation(cube, lambda a, i: a[0].get_bytewise_strides(), is_modelled=False),
+    "buffer info": Operation(grid, lambda a, i: a[0].buffer_info()[1], is_modelled=False),
+    "refused export": Operation(grid, lambda a, i: ctypes.c_char.from_buffer(a[0]),
+                                is_modelled=False),
+    "capsule out": Operation(grid, lambda a, i: i.vellum.service_bytes(a[0])),
+    "capsule out, part": Operation(cube, lambda a, i: i.vellum.service_bytes(a[0][1])),
+    "capsule in": Operation(nothing, lambda a, i: hillshade.wrap(3, (1, 2), bytes(16)),
+                            is_modelled=False),
+    "capsule in, refused": Operation(nothing, lambda a, i: hillshade.wrap(1, (1, 2), b"ab"),
+                                     is_modelled=False),
+    "capsule both ways": Operation(grid, lambda a, i: hillshade.shade(a[0]), is_modelled=False),
+    **{name: Operation(*rest, changes=True) for name, *rest in [
+        ("assign element", grid, lambda a, i: put(a[0][1], i.number(2), i.number(9.5))),
+        ("assign complex", complex_grid, lambda a, i: put(a[0][1], 0, i.number(9j))),
+        ("assign logical", logical_grid, lambda a, i: put(a[0][1], 0, i.number(1))),
+        ("assign row", grid, lambda a, i: put(a[0], 1, i.numbers([7, 8, 9]))),
+        ("assign flat slice", grid, lambda a, i: put(
+            a[0][0], slice(i.index(0), i.index(2)), i.numbers([8, 9]))),
+        ("assign region", cube, lambda a, i: put(a[0], slice(None), i.rows([[9, 8, 7, 6]] * 2))),
+        ("assign wrong count", cube, lambda a, i: put(a[0], slice(None), i.numbers([9, 8, 7]))),
+        ("assign array", grids, lambda a, i: put(a[0], 0, a[1][1])),
+        ("assign itself", grid, lambda a, i: put(a[0], slice(None), a[0][::-1])),
+        ("assign through slice", cube, lambda a, i: put(a[0][::-1], 1, i.rows([[9, 8], [7, 6]]))),
+        ("assign shared", shared, lambda a, i: put(a[0], 0, i.numbers([7, 8, 9]))),
+        ("assign under export", exported, lambda a, i: put(a[0][1], 1, i.number(9))),
+        ("delete", grid, lambda a, i: operator.delitem(a[0], 0)),
+        ("reshape", grid, lambda a, i: a[0].reshape(i.number(3), 2)),
+        ("reshape by sequence", cube, lambda a, i: a[0].reshape(i.numbers([1, 2, 4]))),
+        ("reshape refused", grid, lambda a, i: a[0].reshape(i.numbers([4, 2]))),
+        ("reshape under export", exported, lambda a, i: a[0].reshape(i.numbers([1, 1, 6]))),
+        ("reshape shared", shared, lambda a, i: a[0].reshape(6, 1)),
+    ]},
+}  # fmt: skip
+
+
+def is_array(value):
+    return hasattr(type(value), "_is_complex")
+
+
+def outcome(function, *arguments):
+    """What it gives, or the class and the text of what it raises."""
+    try:
+        return describe(function(*arguments))
+    except BaseException as error:
+        return type(error).__name__, *error.args[:1]
+
+
+def describe(value):
+    if is_array(value):
+        export = value.tomemoryview()
+        size, text = outcome(lambda: value.size), outcome(str, value)
+        return type(value).__name__, value._is_complex, value.itemsize, size, text, describe(export)
+    if isinstance(value, (list, tuple)):
+        return type(value).__name__, [describe(item) for item in value]
+    if isinstance(value, (memoryview, oracle.Export)):
+        return value.format, value.shape, value.strides, value.tobytes("F")
+    return value.__name__ if isinstance(value, type) else repr(value)
+
+
+def state_of(arrays):
+    """All that can be seen of them; the module's values and the service's are the same."""
+    for value in filter(is_array, arrays):
+        assert hillshade.service_bytes(value) == memoryview(value).tobytes("F"), "two values"
+        assert hillshade.service_dimensions(value) == value.size, "two shapes"
+    return [describe(value) for value in arrays]
+
+
+@functools.lru_cache(None)
+def expected(name):
+    """The result, and the state of the arrays before and after: the oracle's."""
+    operation, runs = OPERATIONS[name], []
+    for library, state in [(MODULE, state_of), (ORACLE, describe)][: 1 + operation.is_modelled]:
+        arrays = operation.prepare(library)
+        before = describe(arrays)
+        result = outcome(operation.act, arrays, Inputs(library))
+        runs.append((result, before, describe(arrays)))
+    assert runs[0] == runs[-1], f"module, oracle: {runs}"
+    assert operation.changes or before == runs[0][2]
+    return runs[0]
+
+
+class Attempt:
+    """At an operation, with `inputs`, and with whatever `start` and `stop` switch on and off."""
+
+    def __init__(self, name, inputs=None):
+        self.name, self.operation, self.inputs = name, OPERATIONS[name], inputs or Inputs()
+        self.expected = expected(name)
+        self.arrays = self.operation.prepare(MODULE)
+        self.kept = list(self.arrays)  # where foreign code drops them
+        self.references = self.count_references()
+
+    def count_references(self):
+        return [sys.getrefcount(value) for value in self.kept]
+
+    def run(self, start=int, stop=int):
+        act, arrays, inputs = self.operation.act, self.arrays, self.inputs
+        try:
+            try:
+                start()
+                result = act(arrays, inputs)
+            finally:
+                stop()
+        except BaseException as error:
+            self.error, self.outcome = error.__class__, (type(error).__name__, *error.args[:1])
+        else:
+            self.error, self.outcome = None, describe(result)
+
+    def check(self, errors, is_undisturbed=True):
+        """`is_undisturbed` if nothing else has acted on the arrays."""
+        result, before, after = self.expected
+        self.arrays[:] = self.kept
+        state = state_of(self.arrays)
+        if self.outcome != result and self.error is None and is_undisturbed:
+            raise AssertionError(f"gives {self.outcome}, not {result}")
+        if self.outcome != result and self.error and not errors(self.error, self.outcome):
+            raise AssertionError(f"raises {self.outcome}")
+        if is_undisturbed:
+            is_done = self.outcome == result
+            fails_halfway = self.operation.changes and "wrong count" in self.name
+            allowed = [after] if is_done else [before, after] if fails_halfway else [before]
+            assert ("list", state) in allowed, f"leaves {state} after {self.outcome}"
+        assert self.count_references() == self.references, "reference counts"
+        if is_undisturbed and ("list", state) == before:
+            again = outcome(self.operation.act, self.arrays, Inputs())
+            assert again == result, f"gives {again} afterwards"
+        assert outcome(Attempt.run_normally, self.name) == "None"
+
+    @staticmethod
+    def run_normally(name):
+        arrays = OPERATIONS[name].prepare(MODULE)
+        found = outcome(OPERATIONS[name].act, arrays, Inputs()), ("list", state_of(arrays))
+        assert found == expected(name)[::2], found
+
+
+class Heap(ctypes.Structure):
+    _fields_ = [(f"field{k}", ctypes.c_size_t) for k in range(10)]
+
+
+process = ctypes.CDLL(None)
+process.mallinfo2.restype = Heap
+
+
+def levels():
+    """Blocks of the interpreter, bytes of the heap, and live objects of the service."""
+    live = ()
+    if hasattr(process, "shim_live"):
+        process.shim_live.restype = ctypes.POINTER(ctypes.c_long)
+        live = process.shim_live()[:5]
+    return [sys.getallocatedblocks(), process.mallinfo2().field7, *live]
+
+
+def require_level(sweep, rounds=8):
+    """Runs it until nothing grows any more. What grows every time is lost."""
+    least, before = [1], levels()
+    for _ in range(rounds):
+        sweep()
+        now = levels()
+        grown = [new - old for old, new in zip(before, now)]
+        least = [*map(min, grown, least if len(least) > 1 else grown)]
+        if max(least) <= 0:
+            return
+        before = now
+    raise AssertionError(f"blocks, bytes, objects of the service grow by {least}")
+
+
+def work_off(sweep, names, is_quick):
+    """In a process of its own. Says where it is, for the case that it ends there."""
+    for name in names:
+        faulthandler.dump_traceback_later(600, exit=True)
+        print("#at", name, flush=True)
+        try:
+            print("#attempts", sweep(name, is_quick), flush=True)
+        except AssertionError as finding:
+            print(f"#finding {name}: {finding}", flush=True)
+
+
+def main(sweeps, names=tuple(OPERATIONS), preload=("vellum_service_shim.so",)):
+    """Runs each sweep over all operations, or those of the command line; exits with 1
+    after a finding. A process that ends early is one."""
+    is_quick = "--quick" in sys.argv
+    given = [argument for argument in sys.argv[1:] if argument != "--quick"]
+    if given[:1] == ["--sweep"]:
+        return work_off(sweeps[given[1]], given[2:], is_quick)
+    libraries = [str(BUILD / "tests/native" / library) for library in preload]
+    environment = {"PYTHONMALLOC": "debug", **os.environ}
+    environment["LD_PRELOAD"] = ":".join([*libraries, os.environ.get("LD_PRELOAD", "")])
+    all_findings = 0
+    for title in sweeps:
+        left, attempts, findings = given or list(names)[:: 4 if is_quick else 1], 0, []
+        began, count = time.monotonic(), len(left)
+        while left:
+            flags = ["--quick"] * is_quick
+            command = [sys.executable, sys.argv[0], *flags, "--sweep", title, *left]
+            done = subprocess.run(command, env=environment, capture_output=True, text=True)
+            lines = [line[1:] for line in done.stdout.splitlines() if line[:1] == "#"]
+            attempts += sum(int(line[9:]) for line in lines if line.startswith("attempts "))
+            findings += [line for line in lines if line.startswith("finding ")]
+            reached = [line[3:] for line in lines if line.startswith("at ")]
+            if done.returncode:
+                end = "\n".join(done.stderr.splitlines()[:40])
+                findings.append(f"finding {reached[-1:]}: exit status {done.returncode}\n{end}")
+            left = left[max(1, len(reached)) :]
+        seconds = time.monotonic() - began
+        print(f"{title}: {attempts} attempts at {count} operations, {len(findings)} findings, "
+              f"{seconds:.0f} s", *findings, sep="\n  ", flush=True)  # fmt: skip
+        all_findings += len(findings)
+    sys.exit(all_findings > 0)
