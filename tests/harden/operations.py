@@ -9,6 +9,7 @@ import copy
 import ctypes
 import faulthandler
 import functools
+import gc
 import operator
 import os
 import pickle
@@ -98,39 +99,27 @@ def shared(v):
 
 
 def constructions(name, kind, options, values, code):
-    flat = sum(values, [])
+    flat, make = sum(values, []), operator.attrgetter(kind)
     rows = numpy.array(values, code)
     columns, vector = numpy.asfortranarray(rows), rows.ravel()
-    grow = functools.partial
-
-    def make(i, *arguments, **keywords):
-        return getattr(i.vellum, kind)(*arguments, **keywords, **options)
-
-    def from_exporter(exporter, a, i):
-        return make(i, i.exporter(exporter))
-
     forms = {
-        "empty": lambda a, i: make(i),
-        "size": lambda a, i: make(i, size=i.numbers([2, 3])),
-        "scalar": lambda a, i: make(i, i.number(flat[0])),
-        "list": lambda a, i: make(i, i.numbers(flat)),
-        "nested": lambda a, i: make(i, i.rows(values)),
-        "tuple": lambda a, i: make(i, tuple(tuple(map(i.number, row)) for row in values)),
-        "vector": lambda a, i: make(i, vector=i.numbers(flat), size=i.numbers([2, 2])),
-        "rows of a buffer": grow(from_exporter, rows),
-        "columns of a buffer": grow(from_exporter, columns),
-        "flat buffer": grow(from_exporter, vector),
-        "leading dict": lambda a, i: getattr(i.vellum, kind)(
-            {**options, "size": i.numbers([2, 2])}, i.numbers(flat)),
+        "empty": lambda a, i: make(i.vellum)(**options),
+        "size": lambda a, i: make(i.vellum)(size=i.numbers([2, 3]), **options),
+        "scalar": lambda a, i: make(i.vellum)(i.number(flat[0]), **options),
+        "list": lambda a, i: make(i.vellum)(i.numbers(flat), **options),
+        "nested": lambda a, i: make(i.vellum)(i.rows(values), **options),
+        "tuple": lambda a, i: make(i.vellum)((i.numbers(flat), (*flat,)), **options),
+        "vector": lambda a, i: make(i.vellum)(vector=i.numbers(flat), size=(2, 2), **options),
+        "rows of a buffer": lambda a, i: make(i.vellum)(i.exporter(rows), **options),
+        "columns of a buffer": lambda a, i: make(i.vellum)(i.exporter(columns), **options),
+        "flat buffer": lambda a, i: make(i.vellum)(i.exporter(vector), size=(2, 2), **options),
+        "leading dict": lambda a, i: make(i.vellum)({"size": i.numbers([2, 2]), **options},
+                                                    i.numbers(flat)),
     }  # fmt: skip
     for form, act in forms.items():
         yield f"{name}: {form}", Operation(nothing, act)
-    prepare = lambda v: [getattr(v, kind)(values, **options)]  # noqa: E731
-    yield f"{name}: array", Operation(prepare, lambda a, i: make(i, a[0]))
-
-
-def put(a, key, value):
-    operator.setitem(a, key, value)
+    yield f"{name}: array", Operation(lambda v: [make(v)(values, **options)],
+                                      lambda a, i: make(i.vellum)(a[0], **options))  # fmt: skip
 
 
 OPERATIONS = {
@@ -164,6 +153,7 @@ OPERATIONS = {
     "noncomplex refused": Operation(complex_grid, lambda a, i: a[0].noncomplex()),
     "reduce": Operation(complex_grid, lambda a, i: a[0].__reduce__()),
     "pickle": Operation(complex_grid, lambda a, i: pickle.loads(pickle.dumps(a[0], 4))),
+    "rebuild": Operation(cube, lambda a, i: (made := a[0].__reduce__())[0](*made[1])),
     "copy": Operation(cube, lambda a, i: copy.copy(a[0])),
     "deepcopy": Operation(grid, lambda a, i: copy.deepcopy(a[0][1])),
     "toarray": Operation(grid, lambda a, i: a[0][1].toarray()),
@@ -172,29 +162,28 @@ OPERATIONS = {
     "tomemoryview": Operation(complex_grid, lambda a, i: a[0].tomemoryview()),
     "strides": Operation(cube, lambda a, i: a[0].get_bytewise_strides(), is_modelled=False),
     "buffer info": Operation(grid, lambda a, i: a[0].buffer_info()[1], is_modelled=False),
-    "refused export": Operation(grid, lambda a, i: ctypes.c_char.from_buffer(a[0]),
-                                is_modelled=False),
+    "export to numpy": Operation(grid, lambda a, i: numpy.frombuffer(a[0]), is_modelled=False),
     "capsule out": Operation(grid, lambda a, i: i.vellum.service_bytes(a[0])),
     "capsule out, part": Operation(cube, lambda a, i: i.vellum.service_bytes(a[0][1])),
     "capsule in": Operation(nothing, lambda a, i: hillshade.wrap(3, (1, 2), bytes(16)),
                             is_modelled=False),
-    "capsule in, refused": Operation(nothing, lambda a, i: hillshade.wrap(1, (1, 2), b"ab"),
+    "capsule in, refused": Operation(nothing, lambda a, i: hillshade.wrap(1, (1, 2), b"abcd"),
                                      is_modelled=False),
     "capsule both ways": Operation(grid, lambda a, i: hillshade.shade(a[0]), is_modelled=False),
     **{name: Operation(*rest, changes=True) for name, *rest in [
-        ("assign element", grid, lambda a, i: put(a[0][1], i.number(2), i.number(9.5))),
-        ("assign complex", complex_grid, lambda a, i: put(a[0][1], 0, i.number(9j))),
-        ("assign logical", logical_grid, lambda a, i: put(a[0][1], 0, i.number(1))),
-        ("assign row", grid, lambda a, i: put(a[0], 1, i.numbers([7, 8, 9]))),
-        ("assign flat slice", grid, lambda a, i: put(
+        ("assign element", grid, lambda a, i: operator.setitem(a[0][1], i.number(2), i.number(9.5))),
+        ("assign complex", complex_grid, lambda a, i: operator.setitem(a[0][1], 0, i.number(9j))),
+        ("assign logical", logical_grid, lambda a, i: operator.setitem(a[0][1], 0, i.number(1))),
+        ("assign row", grid, lambda a, i: operator.setitem(a[0], 1, i.numbers([7, 8, 9]))),
+        ("assign flat slice", grid, lambda a, i: operator.setitem(
             a[0][0], slice(i.index(0), i.index(2)), i.numbers([8, 9]))),
-        ("assign region", cube, lambda a, i: put(a[0], slice(None), i.rows([[9, 8, 7, 6]] * 2))),
-        ("assign wrong count", cube, lambda a, i: put(a[0], slice(None), i.numbers([9, 8, 7]))),
-        ("assign array", grids, lambda a, i: put(a[0], 0, a[1][1])),
-        ("assign itself", grid, lambda a, i: put(a[0], slice(None), a[0][::-1])),
-        ("assign through slice", cube, lambda a, i: put(a[0][::-1], 1, i.rows([[9, 8], [7, 6]]))),
-        ("assign shared", shared, lambda a, i: put(a[0], 0, i.numbers([7, 8, 9]))),
-        ("assign under export", exported, lambda a, i: put(a[0][1], 1, i.number(9))),
+        ("assign region", cube, lambda a, i: operator.setitem(a[0], slice(None), i.rows([[9, 8, 7, 6]] * 2))),
+        ("assign wrong count", cube, lambda a, i: operator.setitem(a[0], slice(None), i.numbers([9, 8, 7]))),
+        ("assign array", grids, lambda a, i: operator.setitem(a[0], 0, a[1][1])),
+        ("assign itself", grid, lambda a, i: operator.setitem(a[0], slice(None), a[0][::-1])),
+        ("assign through slice", cube, lambda a, i: operator.setitem(a[0][::-1], 1, i.rows([[9, 8], [7, 6]]))),
+        ("assign shared", shared, lambda a, i: operator.setitem(a[0], 0, i.numbers([7, 8, 9]))),
+        ("assign under export", exported, lambda a, i: operator.setitem(a[0][1], 1, i.number(9))),
         ("delete", grid, lambda a, i: operator.delitem(a[0], 0)),
         ("reshape", grid, lambda a, i: a[0].reshape(i.number(3), 2)),
         ("reshape by sequence", cube, lambda a, i: a[0].reshape(i.numbers([1, 2, 4]))),
@@ -314,14 +303,16 @@ process.mallinfo2.restype = Heap
 
 def levels():
     """Blocks of the interpreter, bytes of the heap, and live objects of the service."""
+    gc.collect()
     live = ()
     if hasattr(process, "shim_live"):
+        process.shim_start(ctypes.c_long(-1), ctypes.c_long(0), 0)  # it drops its trace
         process.shim_live.restype = ctypes.POINTER(ctypes.c_long)
         live = process.shim_live()[:5]
     return [sys.getallocatedblocks(), process.mallinfo2().field7, *live]
 
 
-def require_level(sweep, rounds=8):
+def require_level(sweep, rounds=30):
     """Runs it until nothing grows any more. What grows every time is lost."""
     least, before = [1], levels()
     for _ in range(rounds):
@@ -337,6 +328,7 @@ def require_level(sweep, rounds=8):
 
 def work_off(sweep, names, is_quick):
     """In a process of its own. Says where it is, for the case that it ends there."""
+    gc.freeze()
     for name in names:
         faulthandler.dump_traceback_later(600, exit=True)
         print("#at", name, flush=True)
