@@ -468,7 +468,12 @@ class Array:
         if self._indices:
             raise RuntimeError("reshape() not supported for a partial array.")
         value = args[0] if len(args) == 1 else args
-        length = len(value) if is_sequence(value) else 0
+        try:
+            length = len(value) if is_sequence(value) else 0
+        except MemoryError:
+            raise
+        except Exception:
+            length = 0
         if length < 2:
             raise ValueError(DIMENSIONS)
         dims, where = [], "could not be retrieved from the value passed to reshape()."
