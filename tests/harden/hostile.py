@@ -205,8 +205,9 @@ class Garbage:
 
 
 def start(inputs):
-    def trace(*_):
-        inputs.fire(inputs.hook)
+    def trace(_, event, *rest):
+        if event != "exception":  # the interpreter itself drops what is raised there
+            inputs.fire(inputs.hook)
         return trace
 
     if inputs.hook == "trace":
