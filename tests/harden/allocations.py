@@ -65,7 +65,7 @@ def attempts(name, start, stop, lost):
     return position
 
 
-def sweep(starts, stop, name, _):
+def sweep(starts, stop, name):
     total, lost = 0, []
 
     def run_all():

@@ -234,7 +234,7 @@ def reaches(name, hook, hostility, at):
     return is_reached
 
 
-def sweep(name, is_quick):
+def sweep(name):
     gc.set_threshold(1)
     sys.unraisablehook = lambda _: None
     total = 0

@@ -305,14 +305,14 @@ def require_level(sweep, rounds=30):
     raise AssertionError(f"blocks, bytes, objects of the service grow by {least}")
 
 
-def work_off(sweep, names, is_quick):
+def work_off(sweep, names):
     """Says where it is, for the case that the process ends there."""
     gc.freeze()
     for name in names:
         faulthandler.dump_traceback_later(600, exit=True)
         print("#at", name, flush=True)
         try:
-            print("#did", sweep(name, is_quick), flush=True)
+            print("#did", sweep(name), flush=True)
         except AssertionError as finding:
             print(f"#found {name}: {finding}", flush=True)
 
@@ -323,7 +323,7 @@ def main(sweeps, preload):
     flags = [argument for argument in sys.argv[1:] if argument == "--quick"]
     given = [argument for argument in sys.argv[1:] if argument != "--quick"]
     if given[:1] == ["--sweep"]:
-        return work_off(sweeps[given[1]], given[2:], bool(flags))
+        return work_off(sweeps[given[1]], given[2:])
     libraries = [str(BUILD / "tests/native" / library) for library in preload]
     environment = {"PYTHONMALLOC": "debug", **os.environ}
     environment["LD_PRELOAD"] = ":".join([*libraries, os.environ.get("LD_PRELOAD", "")])

@@ -10,7 +10,7 @@ namespace
 {
 long firstFault = 0; ///< counted from 1; 0 is not armed
 long endOfFaults = 0;
-long requests = 0;         ///< since the last start
+long requests = 0;          ///< since the last start
 thread_local int depth = 0; ///< a request that another one is made of isn't counted
 
 struct Nested
@@ -68,36 +68,36 @@ auto* callNext(void*& known, const char* name, Arguments... arguments)
         return callNext(known, name, __VA_ARGS__);                                                 \
     }
 
-extern "C"
+extern "C" {
+SHIM_EXPORT void heap_start(long first, long times)
 {
-    SHIM_EXPORT void heap_start(long first, long times)
-    {
-        requests = 0;
-        endOfFaults = first + times;
-        firstFault = first;
-    }
-
-    /// The number of requests since the start.
-    SHIM_EXPORT long heap_stop()
-    {
-        firstFault = 0;
-        return requests;
-    }
-
-    SHIM_EXPORT void* malloc(std::size_t n) FAIL_OR_FORWARD("malloc", return nullptr, n)
-    SHIM_EXPORT void* calloc(std::size_t n, std::size_t width)
-        FAIL_OR_FORWARD("calloc", return nullptr, n, width)
-    SHIM_EXPORT void* realloc(void* block, std::size_t n)
-        FAIL_OR_FORWARD("realloc", return nullptr, block, n)
-    SHIM_EXPORT void* aligned_alloc(std::size_t alignment, std::size_t n)
-        FAIL_OR_FORWARD("aligned_alloc", return nullptr, alignment, n)
+    requests = 0;
+    endOfFaults = first + times;
+    firstFault = first;
 }
 
-SHIM_EXPORT void* operator new(std::size_t n)
-    FAIL_OR_FORWARD("_Znwm", throw std::bad_alloc(), n)
-SHIM_EXPORT void* operator new[](std::size_t n)
-    FAIL_OR_FORWARD("_Znam", throw std::bad_alloc(), n)
-SHIM_EXPORT void* operator new(std::size_t n, std::align_val_t alignment)
-    FAIL_OR_FORWARD("_ZnwmSt11align_val_t", throw std::bad_alloc(), n, alignment)
-SHIM_EXPORT void* operator new[](std::size_t n, std::align_val_t alignment)
-    FAIL_OR_FORWARD("_ZnamSt11align_val_t", throw std::bad_alloc(), n, alignment)
+/// The number of requests since the start.
+SHIM_EXPORT long heap_stop()
+{
+    firstFault = 0;
+    return requests;
+}
+
+#ifndef __SANITIZE_ADDRESS__ // a sanitizer needs these before it can be asked for them
+SHIM_EXPORT void* malloc(std::size_t n) FAIL_OR_FORWARD("malloc", return nullptr, n) SHIM_EXPORT
+    void* calloc(std::size_t n, std::size_t width)
+        FAIL_OR_FORWARD("calloc", return nullptr, n, width) SHIM_EXPORT
+    void* realloc(void* block, std::size_t n)
+        FAIL_OR_FORWARD("realloc", return nullptr, block, n) SHIM_EXPORT
+    void* aligned_alloc(std::size_t alignment, std::size_t n)
+        FAIL_OR_FORWARD("aligned_alloc", return nullptr, alignment, n)
+#endif
+}
+
+SHIM_EXPORT void* operator new(std::size_t n) FAIL_OR_FORWARD("_Znwm", throw std::bad_alloc(),
+                                                              n) SHIM_EXPORT void*
+operator new[](std::size_t n) FAIL_OR_FORWARD("_Znam", throw std::bad_alloc(), n) SHIM_EXPORT void*
+operator new(std::size_t n, std::align_val_t alignment)
+    FAIL_OR_FORWARD("_ZnwmSt11align_val_t", throw std::bad_alloc(), n, alignment) SHIM_EXPORT void*
+    operator new[](std::size_t n, std::align_val_t alignment)
+        FAIL_OR_FORWARD("_ZnamSt11align_val_t", throw std::bad_alloc(), n, alignment)
