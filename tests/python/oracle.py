@@ -10,6 +10,7 @@ import array
 import copy
 import itertools
 import math
+import operator
 import struct
 from fractions import Fraction
 from unittest.mock import ANY
@@ -19,6 +20,7 @@ FLOATS = {"double": "d", "single": "f"}
 INTEGERS = dict(zip("int8 uint8 int16 uint16 int32 uint32 int64 uint64".split(), "bBhHiIqQ"))
 FORMATS = {**FLOATS, **INTEGERS, "logical": "?"}
 SSIZE_MAX = 2**63 - 1
+INT_MAX = 2**31 - 1
 DIMENSIONS = "reshape() must be passed a nonempty sequence of nonnegative integers."
 SHAPES_DIFFER = "left and right sides have a different shape."
 RAGGED = "arrays must be rectangular."
@@ -207,14 +209,33 @@ def construct(kind, args, options):
         options, args = args[0], args[1:]
     given = {**dict(zip(["initializer"], args)), **options}
     is_complex, size = given.get("is_complex", False), given.get("size")
-    if size:
-        size = trim(list(size)) if len(size) > 1 else [1, *size]
+    if size is not None:
+        size = read_size(size)
+        if math.prod(size) > INT_MAX:
+            raise MemoryError(ANY)
     if "vector" in given:
         return from_vector(kind, is_complex, given["vector"], size)
     if given.get("initializer") is not None:
         return from_initializer(kind, is_complex, given["initializer"], size)
     size = size or [0, 0]
     return Record(kind, is_complex, size, [judge(0, kind, is_complex)] * math.prod(size))
+
+
+def read_size(size):
+    length, dims = len(size), []
+    if not 0 < length <= INT_MAX:
+        empty = "sequence passed to 'size' must not be empty."
+        raise ValueError("too many dimensions." if length else empty)
+    for i in range(length):
+        where = "could not be retrieved from the value associated with the 'size' keyword."
+        item = fetch(size, i, f"Item {i} {where}")
+        if not isinstance(item, int):
+            raise TypeError("dimensions must be nonnegative integers.")
+        if not 0 <= item <= SSIZE_MAX:
+            text = "size cannot contain negative dimensions. Use nonnegative integers for dimensions."
+            raise ValueError(text)
+        dims.append(int(item))
+    return trim(dims) if length > 1 else [1, *dims]
 
 
 def from_vector(kind, is_complex, vector, size):
@@ -261,7 +282,9 @@ class Export:
 def read_slice(key, length):
     """Foreign members are asked in Python's order: step, start, stop."""
     try:
-        step = 1 if key.step is None else key.step.__index__()
+        step = 1 if key.step is None else operator.index(key.step)
+    except MemoryError:
+        raise
     except Exception:
         step = 0
     if step == 0:
@@ -270,7 +293,7 @@ def read_slice(key, length):
     for bound in (key.start, key.stop):
         if bound is not None and not hasattr(type(bound), "__index__"):
             raise TypeError(ANY)
-        bounds.append(bound if bound is None else bound.__index__())
+        bounds.append(bound if bound is None else operator.index(bound))
     return range(*slice(*bounds, step).indices(length))
 
 
@@ -474,9 +497,16 @@ class Array:
         if self._indices:
             raise RuntimeError("reshape() not supported for a partial array.")
         value = args[0] if len(args) == 1 else args
-        length = len(value) if is_sequence(value) else 0
+        try:
+            length = len(value) if is_sequence(value) else 0
+        except MemoryError:
+            raise
+        except Exception:
+            length = 0
         if length < 2:
             raise ValueError(DIMENSIONS)
+        if length > INT_MAX:
+            raise ValueError("too many dimensions.")
         dims, where = [], "could not be retrieved from the value passed to reshape()."
         for i in range(length):
             item = fetch(value, i, f"Item {i} {where}")
