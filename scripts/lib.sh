@@ -99,6 +99,7 @@ declare -A package_file=(
     [libgtest-dev]=/usr/include/gtest/gtest.h
     [ninja-build]=/usr/bin/ninja
     [python-matplotlib-data]=/usr/share/matplotlib/mpl-data/sample_data/jacksboro_fault_dem.npz
+    [valgrind]=/usr/bin/valgrind
 )
 
 has_apt() { [[ -x /usr/bin/apt-get && -x /usr/bin/dpkg-query ]]; }
@@ -269,6 +270,14 @@ run_tests() { # build folder, arguments for pytest
     say "pytest"
     run_python "$1" -m pytest -o cache_dir="$root/$1/.pytest_cache" "${@:2}" || status=1
     return $status
+}
+
+# The drivers of tests/harden.
+sweeps=(allocations hostile interrupts endurance)
+
+run_sweep() { # build folder, sweep, its arguments
+    say "$2"
+    run_python "$1" "tests/harden/$2.py" "${@:3}"
 }
 
 choose_interpreter

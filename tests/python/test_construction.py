@@ -347,6 +347,11 @@ def test_thousands_of_dimensions():
     assert len(bytes(double(size=(2,) + (1,) * 62 + (2,)))) == 32
 
 
+def test_a_logical_array_is_never_complex():
+    with pytest.raises(TypeError, match="^logical arrays must not be complex.$"):
+        logical("a", "a", is_complex=True)
+
+
 def test_a_logical_array_of_more_than_a_word():
     values = [i % 3 == 0 for i in range(33)]
     assert bytes(logical(values)) == bytes(logical(vector=values)) == bytes(values)
