@@ -246,11 +246,12 @@ build() { # folder, arguments for CMake
     } 9>"$1/.lock"
 }
 
-# What a script sets for what it runs: variables as for env(1), and one more
-# folder for Python's path.
+# What a script sets for what it runs: variables as for env(1), one more folder for
+# Python's path, and a command that runs Python.
 test_environment=()
 python_environment=()
 python_folder=
+launcher=()
 
 # Python with the build's packages first, Debian's next: what was installed
 # beside them, under /usr/local, stays behind both.
@@ -258,7 +259,7 @@ run_python() { # build folder, arguments for Python
     local path=$root/$1/python
     [[ $tag ]] || path+=:/usr/lib/python3/dist-packages
     env "${test_environment[@]}" "${python_environment[@]}" \
-        PYTHONPATH="$path${python_folder:+:$python_folder}" "$runner" "${@:2}"
+        PYTHONPATH="$path${python_folder:+:$python_folder}" "${launcher[@]}" "$runner" "${@:2}"
 }
 
 # Both runners run, whatever the first says.
@@ -273,7 +274,7 @@ run_tests() { # build folder, arguments for pytest
 }
 
 # The drivers of tests/harden.
-sweeps=(allocations hostile interrupts endurance)
+sweeps=(allocations imports hostile interrupts endurance)
 
 run_sweep() { # build folder, sweep, its arguments
     say "$2"

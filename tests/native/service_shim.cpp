@@ -100,7 +100,8 @@ struct Forward<Operation, Result(Args...)>
     static constexpr bool kGivesObject =
         std::is_pointer_v<Result> || std::is_same_v<Result, bool> || kIs<iterator_get_reference>;
     static constexpr bool kCanGiveNothing =
-        kGivesObject || kTakes<BufferDeleter> || kIs<array_factory_create_buffer>;
+        kGivesObject || kTakes<BufferDeleter> || kIs<array_factory_create_buffer> ||
+        kIs<array_release_buffer>;
 
     /// In place of the real one. A buffer that is handed over is the service's to
     /// free even so.
@@ -108,7 +109,8 @@ struct Forward<Operation, Result(Args...)>
     {
         if constexpr (kTakes<BufferDeleter>)
         {
-            std::get<BufferDeleter>(all)(std::get<void*>(all));
+            if (std::get<BufferDeleter>(all) != nullptr)
+                std::get<BufferDeleter>(all)(std::get<void*>(all));
         }
         if constexpr (kGivesCode)
         {

@@ -21,7 +21,7 @@ import pytest
 import vellum
 import vellummultidimarrayforpython as module
 
-UNSHARE = 55
+UNSHARE, RELEASE = 55, 60
 CREATES_FROM_BUFFER = {11, 110}
 GIVES_AN_OBJECT = {49, 57, 58, 72, 114, 115, UNSHARE}  # and no code
 CAN_BE_NULL = {13} | CREATES_FROM_BUFFER | GIVES_AN_OBJECT
@@ -219,6 +219,18 @@ def check_lost_array():
         assert hillshade.service_bytes(array) == memoryview(other).tobytes("F")
 
 
+def check_lost_values():
+    """The service says that it has given the elements, and hasn't."""
+    for name, text in {"size": "null data pointer.", "clone": "null data pointer.",
+                       "reshape": TEXTS[SYSTEM_ERROR]}.items():  # fmt: skip
+        position = succeed(OPERATIONS[name])[-1].index(RELEASE)
+        arrays = OPERATIONS[name].prepare()
+        before, alive = state_of(arrays), live()
+        start(position, 1, NULL_RESULT)
+        assert str(perform(OPERATIONS[name], arrays)) == text
+        assert state_of(arrays) == before and live() == alive
+
+
 def in_fork(function, *arguments):
     """The module resolves each operation once in a process: not yet in this one."""
     with ProcessPoolExecutor(1, get_context("fork")) as pool:
@@ -269,6 +281,7 @@ CHECKS = {
     "faults, optional operations hidden": lambda: check_all_faults(OPTIONAL),
     "hidden": check_all_hidden,
     "lost array": check_lost_array,
+    "lost values": check_lost_values,
 }
 
 
