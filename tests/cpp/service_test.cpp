@@ -118,9 +118,9 @@ TEST_F(Service, LeavesABufferWithoutDeleterToItsOwner)
 {
     double values[] = {1, 2};
     const std::size_t dims[] = {1, 2};
-    ASSERT_EQ(call<array_factory_create_from_buffer>(m_factory, 3, dims, 2U, values, nullptr,
-                                                     &m_array),
-              0);
+    ASSERT_EQ(
+        call<array_factory_create_from_buffer>(m_factory, 3, dims, 2U, values, nullptr, &m_array),
+        0);
     EXPECT_EQ(release(2), (Values{1, 2}));
 }
 

@@ -4,7 +4,6 @@ from that one on. Whatever comes of it, a second import succeeds.
     python tests/harden/imports.py [--quick]
 """
 
-import array  # noqa: F401  the module asks for it
 import importlib.machinery
 import os
 import sys
@@ -16,8 +15,8 @@ try:
 except ImportError:
     sys.exit("imports: not swept, this interpreter has no _testcapi")
 
-NAME = "vellummultidimarrayforpython"
-SPEC = importlib.machinery.PathFinder.find_spec(NAME)
+SPEC = importlib.machinery.PathFinder.find_spec("vellummultidimarrayforpython")
+importlib.import_module("array")  # the module asks for it
 SUCCEEDS, FAILS = 0, 3
 ENOUGH = 10  # successes in a row: the requests are at their end
 

@@ -99,9 +99,9 @@ struct Forward<Operation, Result(Args...)>
     static constexpr bool kGivesCode = std::is_same_v<Result, Code>;
     static constexpr bool kGivesObject =
         std::is_pointer_v<Result> || std::is_same_v<Result, bool> || kIs<iterator_get_reference>;
-    static constexpr bool kCanGiveNothing =
-        kGivesObject || kTakes<BufferDeleter> || kIs<array_factory_create_buffer> ||
-        kIs<array_release_buffer>;
+    static constexpr bool kCanGiveNothing = kGivesObject || kTakes<BufferDeleter> ||
+                                            kIs<array_factory_create_buffer> ||
+                                            kIs<array_release_buffer>;
 
     /// In place of the real one. A buffer that is handed over is the service's to
     /// free even so.
