@@ -1,5 +1,6 @@
 #include "base/element_width.h"
 #include "dataclient/array_factory.h"
+#include "interpreter/guard.h"
 #include "storage/array_view.h"
 
 #include <gtest/gtest.h>
@@ -49,6 +50,14 @@ TEST(Diagnostics, TellARecordAndAView)
     std::ostringstream ofReals;
     ofReals << *makeRecord(ElementTraits<std::int8_t>::kType, {1, 2}, 2);
     EXPECT_EQ(ofReals.str().substr(0, 15), "m_array: -2 -1 ");
+}
+
+TEST(Guard, TurnsWhatIsNoExceptionIntoAnError)
+{
+    Py_Initialize();
+    EXPECT_EQ(guarded([]() -> int { throw 5; }), -1);
+    EXPECT_NE(PyErr_ExceptionMatches(PyExc_RuntimeError), 0);
+    PyErr_Clear();
 }
 
 TEST(Visitors, RefuseWhatIsNoElement)

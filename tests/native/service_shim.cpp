@@ -154,6 +154,8 @@ struct Forward<Operation, Result(Args...)>
         else
         {
             Result result = real(args...);
+            if constexpr (kIs<array_get_number_of_elements>)
+                result += now.m_surplus;
             if ((result == Result()) != kGivesCode)
                 return result; // failed, or no copy
             count(&result, 1);
@@ -210,6 +212,11 @@ SHIM_EXPORT int shim_hide(int index, int isHidden)
 SHIM_EXPORT void shim_start(long position, long times, int code)
 {
     shim().start(position, times, code);
+}
+
+SHIM_EXPORT void shim_miscount(int surplus)
+{
+    shim().m_surplus = static_cast<std::size_t>(surplus);
 }
 
 /// They stay until the next call.

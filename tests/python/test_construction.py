@@ -347,6 +347,17 @@ def test_thousands_of_dimensions():
     assert len(bytes(double(size=(2,) + (1,) * 62 + (2,)))) == 32
 
 
+def test_an_error_of_a_key_of_a_leading_dict():
+    class Key:
+        hashes = [1]  # for the dict alone
+
+        def __hash__(self):
+            return self.hashes.pop()
+
+    with pytest.raises(IndexError, match="pop from empty list"):
+        double({Key(): 5})
+
+
 def test_a_logical_array_is_never_complex():
     with pytest.raises(TypeError, match="^logical arrays must not be complex.$"):
         logical("a", "a", is_complex=True)

@@ -231,6 +231,14 @@ def check_lost_values():
         assert state_of(arrays) == before and live() == alive
 
 
+def check_wrong_count():
+    nothing = live()
+    process.shim_miscount(1)
+    text = "array dimensions do not match its number of elements."
+    assert str(outcome(vellum.double, [1, 2])) == text
+    assert live() == nothing
+
+
 def in_fork(function, *arguments):
     """The module resolves each operation once in a process: not yet in this one."""
     with ProcessPoolExecutor(1, get_context("fork")) as pool:
@@ -282,6 +290,7 @@ CHECKS = {
     "hidden": check_all_hidden,
     "lost array": check_lost_array,
     "lost values": check_lost_values,
+    "wrong count": check_wrong_count,
 }
 
 
