@@ -100,6 +100,7 @@ declare -A package_file=(
     [libgtest-dev]=/usr/include/gtest/gtest.h
     [ninja-build]=/usr/bin/ninja
     [python-matplotlib-data]=/usr/share/matplotlib/mpl-data/sample_data/jacksboro_fault_dem.npz
+    [valgrind]=/usr/bin/valgrind
 )
 
 has_apt() { [[ -x /usr/bin/apt-get && -x /usr/bin/dpkg-query ]]; }
@@ -249,11 +250,12 @@ build() { # folder, arguments for CMake
     } 9>"$1/.lock"
 }
 
-# What a script sets for what it runs: variables as for env(1), and one more
-# folder for Python's path.
+# What a script sets for what it runs: variables as for env(1), one more folder for
+# Python's path, and a command that runs Python.
 test_environment=()
 python_environment=()
 python_folder=
+launcher=()
 
 # Python with the build's packages first, Debian's next: what was installed
 # beside them, under /usr/local, stays behind both.
@@ -261,7 +263,7 @@ run_python() { # build folder, arguments for Python
     local path=$root/$1/python
     [[ $tag ]] || path+=:/usr/lib/python3/dist-packages
     env "${test_environment[@]}" "${python_environment[@]}" \
-        PYTHONPATH="$path${python_folder:+:$python_folder}" "$runner" "${@:2}"
+        PYTHONPATH="$path${python_folder:+:$python_folder}" "${launcher[@]}" "$runner" "${@:2}"
 }
 
 # Both runners run, whatever the first says.
@@ -273,6 +275,14 @@ run_tests() { # build folder, arguments for pytest
     say "pytest"
     run_python "$1" -m pytest -o cache_dir="$root/$1/.pytest_cache" "${@:2}" || status=1
     return $status
+}
+
+# The drivers of tests/harden.
+sweeps=(allocations imports hostile interrupts endurance)
+
+run_sweep() { # build folder, sweep, its arguments
+    say "$2"
+    run_python "$1" "tests/harden/$2.py" "${@:3}"
 }
 
 choose_interpreter

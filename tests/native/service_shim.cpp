@@ -99,8 +99,9 @@ struct Forward<Operation, Result(Args...)>
     static constexpr bool kGivesCode = std::is_same_v<Result, Code>;
     static constexpr bool kGivesObject =
         std::is_pointer_v<Result> || std::is_same_v<Result, bool> || kIs<iterator_get_reference>;
-    static constexpr bool kCanGiveNothing =
-        kGivesObject || kTakes<BufferDeleter> || kIs<array_factory_create_buffer>;
+    static constexpr bool kCanGiveNothing = kGivesObject || kTakes<BufferDeleter> ||
+                                            kIs<array_factory_create_buffer> ||
+                                            kIs<array_release_buffer>;
 
     /// In place of the real one. A buffer that is handed over is the service's to
     /// free even so.
@@ -108,7 +109,8 @@ struct Forward<Operation, Result(Args...)>
     {
         if constexpr (kTakes<BufferDeleter>)
         {
-            std::get<BufferDeleter>(all)(std::get<void*>(all));
+            if (std::get<BufferDeleter>(all) != nullptr)
+                std::get<BufferDeleter>(all)(std::get<void*>(all));
         }
         if constexpr (kGivesCode)
         {
@@ -152,6 +154,8 @@ struct Forward<Operation, Result(Args...)>
         else
         {
             Result result = real(args...);
+            if constexpr (kIs<array_get_number_of_elements>)
+                result += now.m_surplus;
             if ((result == Result()) != kGivesCode)
                 return result; // failed, or no copy
             count(&result, 1);
@@ -208,6 +212,11 @@ SHIM_EXPORT int shim_hide(int index, int isHidden)
 SHIM_EXPORT void shim_start(long position, long times, int code)
 {
     shim().start(position, times, code);
+}
+
+SHIM_EXPORT void shim_miscount(int surplus)
+{
+    shim().m_surplus = static_cast<std::size_t>(surplus);
 }
 
 /// They stay until the next call.

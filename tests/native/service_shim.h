@@ -26,6 +26,8 @@ struct Shim
     vellum::data::MemoryLayoutCode m_layout = -1; ///< the last one asked for
     long m_live[5] = {}; ///< arrays, factories, iterators, references, buffers
 
+    std::size_t m_surplus = 0; ///< elements that an array counts beyond its own
+
     long m_faultAt = -1;  ///< position in the trace of the first call to fail
     long m_faultEnd = -1; ///< and of the first one after it that doesn't
     vellum::data::service::Code m_faultCode = 0;

@@ -18,7 +18,7 @@ import pytest
 import vellum
 import vellummultidimarrayforpython as module
 
-UNSHARE = 55
+UNSHARE, RELEASE = 55, 60
 GIVES_AN_OBJECT = {49, 57, 58, 72, 114, 115, UNSHARE}  # and no code
 CAN_BE_NULL = {11, 13, 110} | GIVES_AN_OBJECT
 CANNOT_FAIL = {15, 23, 50, 51, 52, 64, 71, 113}
@@ -169,6 +169,29 @@ def check_faults(hidden):
                 assert live() == nothing
 
 
+def check_lost_values():
+    """The service says that it has given the elements, and hasn't."""
+    texts = {"size": "null data pointer.", "clone": "null data pointer."}
+    texts["reshape"] = TEXTS[SYSTEM_ERROR]
+    for name, text in texts.items():
+        arrays = OPERATIONS[name].prepare()
+        start()
+        perform(OPERATIONS[name].act, *arrays[:1])
+        position = trace().index(RELEASE)
+        arrays = OPERATIONS[name].prepare()
+        before = state_of(arrays)
+        start(position, 1, NULL_RESULT)
+        assert str(perform(OPERATIONS[name].act, *arrays[:1])) == text
+        assert state_of(arrays) == before
+
+
+def check_wrong_count():
+    process.shim_miscount(1)
+    text = "array dimensions do not match its number of elements."
+    assert str(perform(vellum.double, [1, 2])) == text
+    process.shim_miscount(0)
+
+
 @pytest.mark.parametrize("hidden", [(), OPTIONAL])
 def test_a_service_that_fails(hidden):
     shim = Path(module.__file__).parents[1] / "tests/native/vellum_service_shim.so"
@@ -182,3 +205,5 @@ def test_a_service_that_fails(hidden):
 
 if __name__ == "__main__":
     check_faults(map(int, sys.argv[1:]))
+    check_lost_values()
+    check_wrong_count()
