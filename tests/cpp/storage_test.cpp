@@ -2,21 +2,19 @@
 #include "storage/array_view.h"
 
 #include <gtest/gtest.h>
+#include <numeric>
 #include <sstream>
 #include <utility>
 
 using namespace vellum;
 
-namespace
-{
 TEST(Diagnostics, TellARecordAndAView)
 {
     const ElementType type = ElementTraits<std::complex<std::int8_t>>::kType;
     data::ArrayFactory factory;
     data::Buffer elements = factory.createBuffer(type.m_type, 6);
     auto* const parts = static_cast<std::int8_t*>(elements.get());
-    for (int k = 0; k < 12; ++k)
-        parts[k] = static_cast<std::int8_t>(k - 2);
+    std::iota(parts, parts + 12, std::int8_t(-2));
     const auto record = std::make_shared<MDArrayWrapper>(
         factory.createArrayFromBuffer(type.m_type, {2, 3}, std::move(elements)), type);
     MDArrayView view(MDArrayView(MDArrayView(record), 1), SliceIndexItem{2, -1, 3});
@@ -38,4 +36,3 @@ TEST(Diagnostics, TellARecordAndAView)
                           "m_finalSlice: 2 -1 3\n"
                           "m_indexedArrayAsMDA: kept\n");
 }
-} // namespace
