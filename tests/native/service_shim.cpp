@@ -1,27 +1,11 @@
 #include "service_shim.h"
 
-#include <cstdlib>
 #include <dlfcn.h>
 #include <tuple>
 #include <type_traits>
 
 using namespace vellum::data;
 using namespace vellum::data::service;
-
-/// Never destroyed: arrays can outlive static destruction.
-Shim& shim()
-{
-    static Shim& only = *new Shim();
-    return only;
-}
-
-void Shim::start(long position, long times, Code code)
-{
-    m_trace.clear();
-    m_faultAt = position;
-    m_faultEnd = position + times;
-    m_faultCode = code;
-}
 
 namespace
 {
@@ -39,26 +23,15 @@ constexpr int kBuffers = 4;
 void* findReal(int index)
 {
     static void* const library = dlopen("libVellumDataArray.so", RTLD_LAZY | RTLD_NOLOAD);
-    if (library == nullptr)
-    {
-        std::abort();
-    }
     static auto* const real = reinterpret_cast<void* (*)(int)>(dlsym(library, "get_function_ptr"));
     return real(index);
-}
-
-/// Of the live buffers.
-std::map<void*, BufferDeleter>& deleters()
-{
-    static auto& only = *new std::map<void*, BufferDeleter>();
-    return only;
 }
 
 /// Ends the process if the buffer was freed before, or never given out.
 void deleteBuffer(void* buffer) noexcept
 {
-    const BufferDeleter deleter = deleters().at(buffer);
-    deleters().erase(buffer);
+    const BufferDeleter deleter = shim().m_deleters.at(buffer);
+    shim().m_deleters.erase(buffer);
     --shim().m_live[kBuffers];
     deleter(buffer);
 }
@@ -68,7 +41,7 @@ void watchBuffer(void* buffer, BufferDeleter& deleter)
 {
     if (buffer != nullptr && deleter != deleteBuffer)
     {
-        deleters().emplace(buffer, deleter);
+        shim().m_deleters.emplace(buffer, deleter);
         deleter = deleteBuffer;
         ++shim().m_live[kBuffers];
     }
@@ -80,9 +53,7 @@ void count([[maybe_unused]] Holder holder, [[maybe_unused]] int change)
 {
     using Object = std::remove_pointer_t<std::remove_pointer_t<Holder>>;
     if constexpr (std::is_class_v<Object> && std::is_same_v<Holder, Object**>)
-    {
         shim().m_live[kKind<Object>] += *holder != nullptr ? change : 0;
-    }
 }
 
 /// What stands in the table for an operation of the library.
@@ -91,17 +62,16 @@ struct Forward;
 template <class Operation, class Result, class... Args>
 struct Forward<Operation, Result(Args...)>
 {
-    template <class Other>
-    static constexpr bool kIs = std::is_same_v<Operation, Other>;
     template <class Wanted>
     static constexpr bool kTakes = (std::is_same_v<Wanted, Args> || ...);
 
     static constexpr bool kGivesCode = std::is_same_v<Result, Code>;
     static constexpr bool kGivesObject =
-        std::is_pointer_v<Result> || std::is_same_v<Result, bool> || kIs<iterator_get_reference>;
-    static constexpr bool kCanGiveNothing = kGivesObject || kTakes<BufferDeleter> ||
-                                            kIs<array_factory_create_buffer> ||
-                                            kIs<array_release_buffer>;
+        std::is_pointer_v<Result> || std::is_same_v<Result, bool> || kTakes<ReferenceImpl**>;
+    static constexpr bool kCanGiveNothing =
+        kGivesObject || kTakes<BufferDeleter> ||
+        std::is_same_v<Operation, array_factory_create_buffer> ||
+        std::is_same_v<Operation, array_release_buffer>;
 
     /// In place of the real one. A buffer that is handed over is the service's to
     /// free even so.
@@ -113,18 +83,11 @@ struct Forward<Operation, Result(Args...)>
                 std::get<BufferDeleter>(all)(std::get<void*>(all));
         }
         if constexpr (kGivesCode)
-        {
             return shim().m_faultCode == kNullResult ? 0 : shim().m_faultCode;
-        }
         else if constexpr (std::is_same_v<Result, bool>)
-        {
-            *std::get<ArrayImpl**>(all) = nullptr;
-            return true; // a private copy was due
-        }
+            return true; // a private copy was due; none is given
         else
-        {
             return Result();
-        }
     }
 
     static Result call(Args... args)
@@ -135,8 +98,6 @@ struct Forward<Operation, Result(Args...)>
         now.m_trace.push_back(Operation::index);
         if constexpr (kTakes<bool>)
             now.m_flags[Operation::index] = std::get<bool>(all);
-        if constexpr (kIs<array_factory_create_from_buffer_with_layout>)
-            now.m_layout = std::get<7>(all);
         if constexpr (kGivesCode || kGivesObject)
         {
             const bool mustFail = position >= now.m_faultAt && position < now.m_faultEnd;
@@ -154,10 +115,8 @@ struct Forward<Operation, Result(Args...)>
         else
         {
             Result result = real(args...);
-            if constexpr (kIs<array_get_number_of_elements>)
+            if constexpr (std::is_same_v<Operation, array_get_number_of_elements>)
                 result += now.m_surplus;
-            if ((result == Result()) != kGivesCode)
-                return result; // failed, or no copy
             count(&result, 1);
             (count(args, 1), ...);
             if constexpr (kTakes<BufferDeleter*>)
@@ -187,13 +146,10 @@ SHIM_EXPORT void* get_function_ptr(int index)
                   array_end_v2, iterator_destroy, iterator_get_pointer,
                   iterator_get_complex_pointer, iterator_get_reference, reference_get_complex_parts,
                   reference_destroy>();
-    ++shim().m_lookups[index];
     const auto found = table.find(index);
     if (found == table.end() || shim().m_hidden.count(index) != 0)
-    {
         return nullptr;
-    }
-    shim().m_found.insert(index);
+    ++shim().m_found[index];
     return found->second;
 }
 
@@ -209,9 +165,15 @@ SHIM_EXPORT int shim_hide(int index, int isHidden)
     return shim().m_found.count(index) != 0 ? 1 : 0;
 }
 
+/// Starts a new trace. Its calls from `position` on, `times` of them, fail with
+/// `code`; those that give an object and no code give null. Operations with
+/// neither can't fail.
 SHIM_EXPORT void shim_start(long position, long times, int code)
 {
-    shim().start(position, times, code);
+    shim().m_trace.clear();
+    shim().m_faultAt = position;
+    shim().m_faultEnd = position + times;
+    shim().m_faultCode = code;
 }
 
 SHIM_EXPORT void shim_miscount(int surplus)
