@@ -6,14 +6,22 @@
 
 namespace vellum
 {
-NewArray::NewArray(const ElementType& type, std::uint64_t count, AllocationRequest& request)
-    : m_type(type.m_type)
+namespace
+{
+AllocationRequest& told(AllocationRequest& request, std::uint64_t count)
 {
     request.m_count = count;
+    return request;
+}
+} // namespace
+
+NewArray::NewArray(const ElementType& type, std::uint64_t count, AllocationRequest& request)
+    : m_request(told(request, count)), m_type(type.m_type)
+{
     m_buffer = m_factory.createBuffer(m_type, count);
     if (m_buffer.get() == nullptr)
     {
-        throw AllocationError(request);
+        throw AllocationError(m_request);
     }
 }
 

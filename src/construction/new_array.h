@@ -26,6 +26,7 @@ public:
     }
 
 private:
+    AllocationRequest& m_request;
     data::ArrayFactory m_factory;
     ArrayType m_type;
     data::Buffer m_buffer;
