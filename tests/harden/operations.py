@@ -165,11 +165,11 @@ OPERATIONS = {
         ("assign row", grid, lambda a, i: setitem(a[0], 1, i.numbers([7, 8, 9]))),
         ("assign flat slice", grid, lambda a, i: setitem(
             a[0][0], slice(i.index(0), i.index(2)), i.numbers([8, 9]))),
-        ("assign region", cube, lambda a, i: setitem(a[0], slice(None), i.rows([[9, 8, 7, 6]] * 2))),
+        ("assign region", cube, lambda a, i: setitem(a[0], slice(None), i.rows([[9, 8]] * 4))),
         ("assign wrong count", cube, lambda a, i: setitem(a[0], slice(None), i.numbers([9, 8]))),
         ("assign array", grids, lambda a, i: setitem(a[0], 0, a[1][1])),
         ("assign itself", grid, lambda a, i: setitem(a[0], slice(None), a[0][::-1])),
-        ("assign through slice", cube, lambda a, i: setitem(a[0][::-1], 1, i.rows([[9, 8], [7, 6]]))),
+        ("assign by slice", cube, lambda a, i: setitem(a[0][::-1], 1, i.rows([[9, 8], [7, 6]]))),
         ("assign shared", shared, lambda a, i: setitem(a[0], 0, i.numbers([7, 8, 9]))),
         ("assign under export", exported, lambda a, i: setitem(a[0][1], 1, i.number(9))),
         ("reshape", grid, lambda a, i: a[0].reshape(i.number(3), 2)),
