@@ -76,7 +76,7 @@ def sweep(starts, stop, name):
     if name in LOSING and python_once in starts:
         run_all()
     else:
-        require_level(run_all)
+        require_level(run_all, "all")
     assert len(lost) < 2, lost
     return total
 

@@ -55,7 +55,8 @@ HOSTILITIES = {**DISTURBING, "drops": drop,
 IN_METHODS = {"__len__", "__getitem__", "__index__"}
 IN_BUFFERS = {"buffer", "buffer released", "refused buffer"}
 BESIDE = {"finalizer", "trace", "profile", "signal"}
-HOOKS = [*sorted(IN_METHODS), "number", "foreign number", *sorted(IN_BUFFERS), *sorted(BESIDE)]
+IN_CONVERSIONS = {"__index__", "number", "foreign number"}
+HOOKS = [*sorted(IN_METHODS | IN_CONVERSIONS), *sorted(IN_BUFFERS), *sorted(BESIDE)]
 REFUSALS = (RuntimeError, TypeError, ValueError, IndexError, OverflowError, BufferError,
             MemoryError, AttributeError, vellum.ShapeError, vellum.SizeError)  # fmt: skip
 
@@ -124,8 +125,7 @@ class Foreign(Conversions):
 
 def conversion(name):
     def convert(self):
-        hook = self.inputs.hook
-        given = self.inputs.fire(hook) if hook in ("__index__", "number", "foreign number") else None
+        given = self.inputs.hook in IN_CONVERSIONS and self.inputs.fire(self.inputs.hook)
         return given[0] if given else getattr(getattr(self, "value", 1), name)()
 
     return convert
@@ -252,7 +252,7 @@ def sweep(name):
 
     stop()
     for hook in HOOKS:
-        require_level(functools.partial(run_all, hook))
+        require_level(functools.partial(run_all, hook), hook)
     return total
 
 

@@ -8,13 +8,13 @@ import ctypes
 import faulthandler
 import functools
 import gc
-import operator
 import os
 import pickle
 import re
 import subprocess
 import sys
 import time
+from operator import attrgetter, setitem
 from pathlib import Path
 from types import SimpleNamespace
 from typing import Callable, NamedTuple
@@ -98,7 +98,7 @@ def shared(v):
 
 
 def constructions(name, kind, options, values, code):
-    flat, make = sum(values, []), operator.attrgetter(kind)
+    flat, make = sum(values, []), attrgetter(kind)
     rows = numpy.array(values, code)
     columns, vector = numpy.asfortranarray(rows), rows.ravel()
     forms = {
@@ -125,6 +125,7 @@ OPERATIONS = {
     **dict(constructions("double", "double", {}, [[1.5, 2.0], [3.0, -4.0]], "d")),
     **dict(constructions("complex", "single", {"is_complex": True}, [[1j, 2j], [3 + 4j, 5j]], "F")),
     **dict(constructions("logical", "logical", {}, [[True, False], [False, True]], "B")),
+    "many elements": Operation(nothing, lambda a, i: i.vellum.double([[*range(9)]] * 4)),
     "read row": Operation(grid, lambda a, i: a[0][-1]),
     "read element": Operation(grid, lambda a, i: a[0][1][i.number(2)]),
     "read outside": Operation(grid, lambda a, i: a[0][7]),
@@ -159,18 +160,18 @@ OPERATIONS = {
                                      is_modelled=False),
     "capsule both ways": Operation(grid, lambda a, i: hillshade.shade(a[0]), is_modelled=False),
     **{name: Operation(*rest, changes=True) for name, *rest in [
-        ("assign element", grid, lambda a, i: operator.setitem(a[0][1], i.number(2), i.number(9.5))),
-        ("assign logical", logical_grid, lambda a, i: operator.setitem(a[0][1], 0, i.number(1))),
-        ("assign row", grid, lambda a, i: operator.setitem(a[0], 1, i.numbers([7, 8, 9]))),
-        ("assign flat slice", grid, lambda a, i: operator.setitem(
+        ("assign element", grid, lambda a, i: setitem(a[0][1], i.number(2), i.number(9.5))),
+        ("assign logical", logical_grid, lambda a, i: setitem(a[0][1], 0, i.number(1))),
+        ("assign row", grid, lambda a, i: setitem(a[0], 1, i.numbers([7, 8, 9]))),
+        ("assign flat slice", grid, lambda a, i: setitem(
             a[0][0], slice(i.index(0), i.index(2)), i.numbers([8, 9]))),
-        ("assign region", cube, lambda a, i: operator.setitem(a[0], slice(None), i.rows([[9, 8, 7, 6]] * 2))),
-        ("assign wrong count", cube, lambda a, i: operator.setitem(a[0], slice(None), i.numbers([9, 8, 7]))),
-        ("assign array", grids, lambda a, i: operator.setitem(a[0], 0, a[1][1])),
-        ("assign itself", grid, lambda a, i: operator.setitem(a[0], slice(None), a[0][::-1])),
-        ("assign through slice", cube, lambda a, i: operator.setitem(a[0][::-1], 1, i.rows([[9, 8], [7, 6]]))),
-        ("assign shared", shared, lambda a, i: operator.setitem(a[0], 0, i.numbers([7, 8, 9]))),
-        ("assign under export", exported, lambda a, i: operator.setitem(a[0][1], 1, i.number(9))),
+        ("assign region", cube, lambda a, i: setitem(a[0], slice(None), i.rows([[9, 8]] * 4))),
+        ("assign wrong count", cube, lambda a, i: setitem(a[0], slice(None), i.numbers([9, 8]))),
+        ("assign array", grids, lambda a, i: setitem(a[0], 0, a[1][1])),
+        ("assign itself", grid, lambda a, i: setitem(a[0], slice(None), a[0][::-1])),
+        ("assign by slice", cube, lambda a, i: setitem(a[0][::-1], 1, i.rows([[9, 8], [7, 6]]))),
+        ("assign shared", shared, lambda a, i: setitem(a[0], 0, i.numbers([7, 8, 9]))),
+        ("assign under export", exported, lambda a, i: setitem(a[0][1], 1, i.number(9))),
         ("reshape", grid, lambda a, i: a[0].reshape(i.number(3), 2)),
         ("reshape by sequence", cube, lambda a, i: a[0].reshape(i.numbers([1, 2, 4]))),
         ("reshape refused", grid, lambda a, i: a[0].reshape(i.numbers([4, 2]))),
@@ -291,7 +292,7 @@ def levels():
     return [sys.getallocatedblocks(), process.mallinfo2().field7, *live]
 
 
-def require_level(sweep, rounds=30):
+def require_level(sweep, what, rounds=30):
     """Runs it until nothing grows any more. What grows every time is lost."""
     least, before = [1], levels()
     for _ in range(rounds):
@@ -302,7 +303,7 @@ def require_level(sweep, rounds=30):
         if max(least) <= 0:
             return
         before = now
-    raise AssertionError(f"blocks, bytes, objects of the service grow by {least}")
+    raise AssertionError(f"{what}: blocks, bytes, objects of the service grow by {least}")
 
 
 def work_off(sweep, names):

@@ -232,8 +232,8 @@ def read_size(size):
         if not isinstance(item, int):
             raise TypeError("dimensions must be nonnegative integers.")
         if not 0 <= item <= SSIZE_MAX:
-            text = "size cannot contain negative dimensions. Use nonnegative integers for dimensions."
-            raise ValueError(text)
+            advice = "Use nonnegative integers for dimensions."
+            raise ValueError(f"size cannot contain negative dimensions. {advice}")
         dims.append(int(item))
     return trim(dims) if length > 1 else [1, *dims]
 
