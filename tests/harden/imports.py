@@ -57,7 +57,8 @@ def sweep(length):
         failures += status != SUCCEEDS
         successes = 0 if status else successes + 1
         start += 7 if "--quick" in sys.argv else 1
-    print(f"imports, {length or 'all'} refused from each of {start} on: {failures} failed cleanly")
+    print(f"imports, {length or 'all'} refused from each of {start} on: {failures} failed cleanly",
+          flush=True)
 
 
 for length in (1, 0):
