@@ -96,6 +96,7 @@ declare -A package_file=(
     [clang-tidy]=/usr/bin/clang-tidy
     [cmake]=/usr/bin/cmake
     [g++]=/usr/bin/g++
+    [libclang-rt-14-dev]=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a
     [libboost-dev]=/usr/include/boost/numeric/conversion/cast.hpp
     [libgtest-dev]=/usr/include/gtest/gtest.h
     [ninja-build]=/usr/bin/ninja
