@@ -19,16 +19,14 @@ constexpr ElementType kComplex = ElementTraits<std::complex<double>>::kType;
 
 /// The text of the exception that `act` throws.
 std::string textOf(const std::function<void()>& act)
+try
 {
-    try
-    {
-        act();
-    }
-    catch (const Exception& exception)
-    {
-        return exception.what();
-    }
+    act();
     return "";
+}
+catch (const Exception& exception)
+{
+    return exception.what();
 }
 
 /// 1 by 2 elements of zeros.
