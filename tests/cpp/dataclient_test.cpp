@@ -76,14 +76,4 @@ TEST(Client, MakesAnArrayPrivateBeforeAWriteAndReleasesItWhenAlone)
     EXPECT_TRUE(shim().m_flags[60]);
 }
 
-TEST(Client, AsksAtEveryAccessWhetherTheTypeFits)
-{
-    const TypedArray array = zeros(kDouble);
-    TypedArray wrong(array.array(), kComplex);
-    const char* const refusal = "Can't convert the Array to this TypedArray";
-    EXPECT_EQ(textOf([&] { wrong.elements(); }), refusal);
-    EXPECT_EQ(textOf([&] { wrong.writableElements(); }), refusal);
-    EXPECT_EQ(textOf([&] { wrong.release(); }), refusal);
-    EXPECT_EQ(wrong.array().getImpl(), array.array().getImpl());
-}
 } // namespace

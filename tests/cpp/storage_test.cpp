@@ -1,4 +1,3 @@
-#include "base/element_width.h"
 #include "dataclient/array_factory.h"
 #include "interpreter/guard.h"
 #include "storage/array_view.h"
@@ -6,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <numeric>
 #include <sstream>
-#include <utility>
 
 using namespace vellum;
 
@@ -49,11 +47,4 @@ TEST(Guard, TurnsWhatIsNoExceptionIntoAnError)
     PyErr_Clear();
 }
 
-TEST(Visitors, RefuseWhatIsNoElement)
-{
-    const auto visit = [](auto) {};
-    EXPECT_THROW(visitElementType(kNoType, visit), std::runtime_error);
-    EXPECT_THROW(visitElementType(1000, visit), std::runtime_error);
-    EXPECT_THROW(visitElementWidth(3, visit), std::runtime_error);
-}
 } // namespace

@@ -44,7 +44,10 @@ def test_types_without_a_class_and_null_pointers_are_refused():
     python.PyType_GenericAlloc.restype = ctypes.py_object
     capsule = ctypes.py_object(module._capi), b"vellummultidimarrayforpython._capi"
     table = python.PyCapsule_GetPointer(*capsule)
-    blank = python.PyType_GenericAlloc(ctypes.py_object(vellum.double), ctypes.c_ssize_t(0))
+    blank, blank_iterator = (
+        python.PyType_GenericAlloc(ctypes.py_object(cls), ctypes.c_ssize_t(0))
+        for cls in (vellum.double, module.VellumPyIter)
+    )
     wrap_array = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.c_void_p)(table[0])
     unwrap_array = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.c_void_p)(table[1])
     assert outcome(hillshade.wrap, 1, (1, 2), b"abcd") == (RuntimeError, "invalid type.")
@@ -53,6 +56,7 @@ def test_types_without_a_class_and_null_pointers_are_refused():
     assert outcome(unwrap_array, None) == not_initialized
     assert outcome(unwrap_array, id(blank)) == not_initialized
     assert outcome(vellum.double, [blank]) == not_initialized
+    assert outcome(next, blank_iterator) == not_initialized
 
 
 def test_a_partial_array_lends_a_copy_that_follows_the_writes_of_python():
