@@ -12,6 +12,11 @@ constexpr Index kMost = std::numeric_limits<Index>::max();
 constexpr Index kLeast = std::numeric_limits<Index>::min();
 constexpr Index kHalf = kMost / 2 + 1;
 
+Index at(const SliceIndexItem& slice, Index k)
+{
+    return slice.m_start + k * slice.m_step;
+}
+
 /// All slices of a dimension of length `len`; an empty one can start beside it.
 std::vector<SliceIndexItem> slicesOf(Index len)
 {
@@ -36,10 +41,7 @@ TEST(Slice, ComposedSelectsWhatTheKeySelectsOfIt)
         {
             const SliceIndexItem composed = composeWithSlice(slice, key);
             for (Index k = 0; k < key.m_slice_len; ++k)
-            {
-                const Index position = key.m_start + k * key.m_step;
-                ASSERT_EQ(indexIntoSlice(composed, k), slice.m_start + position * slice.m_step);
-            }
+                ASSERT_EQ(indexIntoSlice(composed, k), at(slice, at(key, k)));
             for (const Index outside : {kLeast, Index(-1), key.m_slice_len, kMost})
                 ASSERT_EQ(indexIntoSlice(composed, outside), std::nullopt);
         }
@@ -48,6 +50,9 @@ TEST(Slice, ComposedSelectsWhatTheKeySelectsOfIt)
 
 TEST(Slice, ComposedSaturatesAndStaysWithinTheLengthOfTheFirst)
 {
+    const auto fields = [](const SliceIndexItem& item) {
+        return std::vector<Index>{item.m_start, item.m_step, item.m_slice_len};
+    };
     const SliceIndexItem cases[][3] = {
         {{0, kHalf, 2}, {1, kHalf, 1}, {kHalf, kMost, 1}},
         {{9, kHalf, 2}, {0, -kHalf, 1}, {9, kLeast, 1}},
@@ -56,12 +61,7 @@ TEST(Slice, ComposedSaturatesAndStaysWithinTheLengthOfTheFirst)
         {{3, -2, 0}, {0, 5, 1}, {3, -2, 0}},
     };
     for (const auto& [slice, key, expected] : cases)
-    {
-        const SliceIndexItem composed = composeWithSlice(slice, key);
-        EXPECT_EQ(composed.m_start, expected.m_start);
-        EXPECT_EQ(composed.m_step, expected.m_step);
-        EXPECT_EQ(composed.m_slice_len, expected.m_slice_len);
-    }
+        EXPECT_EQ(fields(composeWithSlice(slice, key)), fields(expected));
 }
 
 TEST(Slice, NamesItsFirstPositionOutsideADimension)
@@ -71,7 +71,7 @@ TEST(Slice, NamesItsFirstPositionOutsideADimension)
         slice.m_start -= 4; // to both sides of a shorter dimension
         std::optional<Index> outside;
         for (Index k = 0; k < slice.m_slice_len && !outside; ++k)
-            outside = firstOutside(slice.m_start + k * slice.m_step, 5);
+            outside = firstOutside(at(slice, k), 5);
         EXPECT_EQ(firstOutside(slice, 5), outside);
     }
     EXPECT_EQ(firstOutside(SliceIndexItem{5, kLeast, 3}, kMost), 5 + kLeast);

@@ -1,13 +1,7 @@
 """The tests run on whatever build PYTHONPATH leads to; scripts/test sets it."""
 
-import pytest
+import vellummultidimarrayforpython as module
 
-try:
-    import vellummultidimarrayforpython
-except ImportError as error:
-    raise pytest.UsageError(
-        f"{error}; build first and set PYTHONPATH=BUILD/python, or run scripts/test"
-    )
 
 def pytest_report_header():
-    return f"module under test: {vellummultidimarrayforpython.__file__}"
+    return f"module under test: {module.__file__}"

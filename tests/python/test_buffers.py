@@ -2,7 +2,6 @@
 
 import array
 import ctypes
-import math
 import mmap
 import struct
 import sys
@@ -24,13 +23,6 @@ def mismatch(found, wanted):
     return f"{found}; use a different input or output type"
 
 
-def filled(kind, is_complex, shape):
-    values = [i % 2 if kind == "logical" else i % 100 for i in range(math.prod(shape))]
-    if is_complex:
-        values = [complex(value, 100 - value) for value in values]
-    return getattr(vellum, kind)(vector=values, size=shape, is_complex=is_complex), values
-
-
 def refusal(exporter, kind="double"):
     error, text = outcome(getattr(vellum, kind), exporter)
     assert error is BufferError
@@ -41,10 +33,11 @@ def refusal(exporter, kind="double"):
 @pytest.mark.parametrize("is_complex", [False, True])
 def test_every_request(kind, is_complex):
     is_complex = is_complex and kind != "logical"
-    a, values = filled(kind, is_complex, (2, 3, 4))
+    a = getattr(vellum, kind)(size=(2, 3, 4), is_complex=is_complex)
     code = "Z" * is_complex + oracle.FORMATS[kind]
     width = struct.calcsize(code[-1]) * (1 + is_complex)
-    assert a.get_bytewise_strides() == (width, width * 2, width * 6)
+    strides = (width, width * 2, width * 6)
+    assert a.get_bytewise_strides() == strides
     for flags in {*range(512)} - {0x100}:  # that one alone is refused by some interpreters
         buffer = Buffer(obj=1)
         part = a[1][0:2] if flags % 2 == 0 else a
@@ -56,28 +49,16 @@ def test_every_request(kind, is_complex):
             assert result == (ValueError, f"underlying buffer {text}.")
             assert buffer.obj is None
             continue
-        assert result == 0
-        assert (buffer.buf, len(values), buffer.obj) == (*a.buffer_info(), id(part))
-        assert (buffer.len, buffer.itemsize, buffer.ndim) == (24 * width, width, 3)
-        assert buffer.readonly == 1
+        assert (buffer.buf, 24, buffer.obj, result) == (*a.buffer_info(), id(part), 0)
+        assert (buffer.len, buffer.itemsize, buffer.readonly) == (24 * width, width, 1)
         assert buffer.format == (code.encode() if flags & 4 else None)
-        assert buffer.shape[:3] == [2, 3, 4]
-        assert tuple(buffer.strides[:3]) == a.get_bytewise_strides()
+        assert (*buffer.shape[: buffer.ndim], *buffer.strides[:3]) == (2, 3, 4, *strides)
         del request
         assert sys.getrefcount(part) == references + 1
         ctypes.pythonapi.PyBuffer_Release(ctypes.byref(buffer))
         assert sys.getrefcount(part) == references
     result = outcome(ctypes.pythonapi.PyObject_GetBuffer, ctypes.py_object(a), None, 0)
     assert result == (RuntimeError, "null pointer to view object null.")
-
-
-def test_numpy_reads_the_elements_themselves():
-    a, values = filled("double", True, (2, 3, 4))
-    seen = numpy.asarray(a)
-    assert seen.ravel("F").tolist() == values
-    a[1][2][3] = 0
-    del a
-    assert seen.ravel("F").tolist() == values[:-1] + [0]
 
 
 SIX = [0, 1, 2, 3, 4, 5]
@@ -152,8 +133,7 @@ def test_a_request_that_fails(error):
     with pytest.raises(BaseException) as caught:
         double(Refusing())
     if error in (ValueError, BufferError):
-        assert type(caught.value) is BufferError
-        assert str(caught.value) == REFUSED
+        assert repr(caught.value) == f"BufferError('{REFUSED}')"
         assert caught.value.__cause__ is own
     else:
         assert caught.value is own

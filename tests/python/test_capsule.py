@@ -18,23 +18,24 @@ def wrap(values, type_code=3):
     return hillshade.wrap(type_code, values.shape, values.tobytes(order="F"))
 
 
-@pytest.mark.parametrize("first_code, is_complex", [(3, False), (13, True)])
-def test_every_type_comes_in_as_its_class_and_goes_out(first_code, is_complex):
-    kinds = {"logical": "?"} if not is_complex else {}
-    codes = [0] * len(kinds) + list(range(first_code, first_code + 10))
-    kinds.update({**oracle.FLOATS, **oracle.INTEGERS})
-    for type_code, (kind, code) in zip(codes, kinds.items()):
-        elements = numpy.array([[1, 0, 1, 1], [0, 1, 0, 0]]).astype(code)
-        if is_complex:
-            elements = elements.reshape(2, 2, 2).view(f"V{2 * elements.itemsize}")[..., 0]
-        array = wrap(elements, type_code)
-        assert type(array) is getattr(vellum, kind)
-        assert (array._is_complex, array.size) == (is_complex, elements.shape)
-        assert hillshade.service_type(array) == type_code
-        array[0][1] = array[1][0]
-        elements[0, 1] = elements[1, 0]
-        assert hillshade.service_bytes(array) == elements.tobytes(order="F")
-        assert memoryview(array).tobytes(order="F") == elements.tobytes(order="F")
+NUMERIC = [*oracle.FLOATS, *oracle.INTEGERS]
+TYPES = [(0, "logical"), *enumerate(NUMERIC, 3), *enumerate(NUMERIC, 13)]
+
+
+@pytest.mark.parametrize("type_code, kind", TYPES)
+def test_every_type_comes_in_as_its_class_and_goes_out(type_code, kind):
+    is_complex = type_code >= 13
+    elements = numpy.array([[1, 0, 1, 1], [0, 1, 0, 0]]).astype(oracle.FORMATS[kind])
+    if is_complex:
+        elements = elements.reshape(2, 2, 2).view(f"V{2 * elements.itemsize}")[..., 0]
+    array = wrap(elements, type_code)
+    assert type(array) is getattr(vellum, kind)
+    assert (array._is_complex, array.size) == (is_complex, elements.shape)
+    assert hillshade.service_type(array) == type_code
+    array[0][1] = array[1][0]
+    elements[0, 1] = elements[1, 0]
+    assert hillshade.service_bytes(array) == elements.tobytes(order="F")
+    assert memoryview(array).tobytes(order="F") == elements.tobytes(order="F")
 
 
 def test_types_without_a_class_and_null_pointers_are_refused():
@@ -43,7 +44,10 @@ def test_types_without_a_class_and_null_pointers_are_refused():
     python.PyType_GenericAlloc.restype = ctypes.py_object
     capsule = ctypes.py_object(module._capi), b"vellummultidimarrayforpython._capi"
     table = python.PyCapsule_GetPointer(*capsule)
-    blank = python.PyType_GenericAlloc(ctypes.py_object(vellum.double), ctypes.c_ssize_t(0))
+    blank, blank_iterator = (
+        python.PyType_GenericAlloc(ctypes.py_object(cls), ctypes.c_ssize_t(0))
+        for cls in (vellum.double, module.VellumPyIter)
+    )
     wrap_array = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.c_void_p)(table[0])
     unwrap_array = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.c_void_p)(table[1])
     assert outcome(hillshade.wrap, 1, (1, 2), b"abcd") == (RuntimeError, "invalid type.")
@@ -52,6 +56,7 @@ def test_types_without_a_class_and_null_pointers_are_refused():
     assert outcome(unwrap_array, None) == not_initialized
     assert outcome(unwrap_array, id(blank)) == not_initialized
     assert outcome(vellum.double, [blank]) == not_initialized
+    assert outcome(next, blank_iterator) == not_initialized
 
 
 def test_a_partial_array_lends_a_copy_that_follows_the_writes_of_python():

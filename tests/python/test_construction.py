@@ -103,17 +103,6 @@ def test_dimensions_of_length_1_take_no_time():
     assert numpy.array_equal(a.reshape(2**17, 2), rows[::-1])
 
 
-def test_an_error_of_a_key_of_a_leading_dict():
-    class Key:
-        hashes = [1]  # for the dict alone
-
-        def __hash__(self):
-            return self.hashes.pop()
-
-    with pytest.raises(IndexError, match="pop from empty list"):
-        double({Key(): 5})
-
-
 def test_a_logical_array_is_never_complex():
     with pytest.raises(TypeError, match="^logical arrays must not be complex.$"):
         vellum.logical("a", "a", is_complex=True)

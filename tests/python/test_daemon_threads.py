@@ -14,53 +14,38 @@ PROGRAM = """
 import builtins, gc, os, threading, time
 import vellum
 
-NAP = 0.01
 inside = threading.Event()
+
+def nap(*_):
+    inside.set()
+    time.sleep(0.01)
+    return 1
 
 class Last:
     '''Dies at the interpreter's end and lets the thread want the lock meanwhile.'''
     def __del__(self):
-        time.sleep(20 * NAP)
+        time.sleep(0.2)
         os.write(1, b"last")
 
-class Trace:
-    def __del__(self):
-        inside.set()
-        time.sleep(NAP)
-
 class Number(float):
-    '''Naps when it is released.'''
-    def __new__(cls):
-        number = super().__new__(cls, 1)
-        number.trace = Trace()
-        return number
+    __del__ = nap
 
 class Slow:
-    '''A length, two items and an index that come late.'''
-    def __len__(self):
-        return 2 * self.__index__()
-
-    def __getitem__(self, position):
-        return (1, 2)[position * self.__index__()]
-
-    def __index__(self):
-        inside.set()
-        time.sleep(NAP)
-        return 1
+    '''An index, or a sequence of two items; each answer comes late.'''
+    __index__ = nap
+    __len__ = lambda self: 2 * nap()
+    __getitem__ = lambda self, position: (1, 2)[position * nap()]
 
 class Fresh:
     '''Two items that nobody else owns.'''
-    def __len__(self):
-        return 2
-
-    def __getitem__(self, position):
-        return Number() if position < 2 else [][0]
+    __len__ = lambda self: 2
+    __getitem__ = lambda self, position: (Number, Number)[position](1)
 
 def collected():
     '''Leaves a napping cycle to the fourth object that is made next, up to CPython 3.11.'''
     gc.collect()
-    cycle = [Trace()]
-    cycle.append(cycle)
+    number = Number(1)
+    number.itself = number
     return array
 
 gc.set_threshold(5)
@@ -77,11 +62,8 @@ inside.wait(20)
 
 
 @pytest.mark.parametrize("operation", [
-    "vellum.double(Slow())",
-    "vellum.double([Slow(), Slow()])",
-    "array[0][0:Slow()]",
-    "array[0][0].__setitem__(slice(0, 2), Fresh())",
-    "collected().__reduce__()",
+    "vellum.double(Slow())", "vellum.double([Slow(), Slow()])", "array[0][0:Slow()]",
+    "array[0][0].__setitem__(slice(0, 2), Fresh())", "collected().__reduce__()",
 ])  # fmt: skip
 def test_thread_that_is_ended_inside_the_module_ends_quietly(operation):
     command = [sys.executable, "-c", PROGRAM.replace("{operation}", operation)]

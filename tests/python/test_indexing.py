@@ -1,7 +1,6 @@
 """Indexing and iteration: extremes, and lack of memory."""
 
 import copy
-import ctypes
 import os
 import pickle
 import subprocess
@@ -31,13 +30,6 @@ def test_thousands_of_dimensions():
     assert outcome(memoryview, a) == outcome(bytes, a) == (ValueError, text)
     assert nested(a.reshape(2, 2)) == [[0, 0], [0, 0]]
     assert len(bytes(vellum.double(size=(2,) + (1,) * 62 + (2,)))) == 32
-
-
-def test_an_iterator_without_state():
-    allocate = ctypes.pythonapi.PyType_GenericAlloc
-    allocate.restype = ctypes.py_object
-    blank = allocate(ctypes.py_object(type(iter(vellum.double()))), ctypes.c_ssize_t(0))
-    assert outcome(next, blank) == (RuntimeError, "object not initialized.")
 
 
 # So many dimensions make a partial array too large for the room that is left.

@@ -9,13 +9,6 @@ import vellum
 from helpers import nested, outcome
 
 
-def test_equality_across_kinds_and_shapes():
-    assert vellum.double([[1.0]]) != vellum.single([[1.0]])
-    assert vellum.double([1.5]) == vellum.double([1.5], is_complex=True)
-    assert vellum.double(size=(2, 0)) == vellum.double(size=(2, 0, 5))
-    assert vellum.double() != iter(vellum.double())
-
-
 def test_a_clone_is_independent_and_never_older_than_the_record():
     source = vellum.int16([[1, 2, 3], [4, 5, 6]])
     part = source[0:]

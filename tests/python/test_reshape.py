@@ -1,5 +1,7 @@
 """Reshape: its checks in their order, foreign dimensions, and live exports."""
 
+import ctypes
+import os
 import time
 
 import numpy
@@ -70,3 +72,21 @@ def test_a_live_export_makes_reshapes_no_slower(between):
     export = memoryview(array)
     assert seconds() + seconds() < 10 * alone
     assert export.shape == (3, 2)
+
+
+class Heap(ctypes.Structure):
+    _fields_ = [("counts", ctypes.c_size_t * 10)]
+
+
+def test_a_live_export_keeps_no_memory():
+    mallinfo = getattr(ctypes.CDLL(None), "mallinfo2", None)
+    if mallinfo is None or "san" in os.environ.get("LD_PRELOAD", ""):
+        pytest.skip("this heap doesn't tell what is in use")
+    mallinfo.restype = Heap
+    array = counted(2, 3)
+    export = memoryview(array)
+    before = mallinfo().counts[7]  # the bytes that are given out
+    for _ in range(10_000):
+        array.reshape(3, 2)
+    assert mallinfo().counts[7] < before + 10_000
+    export.release()

@@ -23,13 +23,12 @@ GIVES_AN_OBJECT = {49, 57, 58, 72, 114, 115, UNSHARE}  # and no code
 CAN_BE_NULL = {11, 13, 110} | GIVES_AN_OBJECT
 CANNOT_FAIL = {15, 23, 50, 51, 52, 64, 71, 113}
 OPTIONAL = (110, 113, 114, 115)
-NO_MEMORY, SYSTEM_ERROR, TOO_MANY = 19, 20, 26
+NO_MEMORY, TOO_MANY, NULL_RESULT = 19, 26, -1000
 TEXTS = {
     NO_MEMORY: "Not enough memory available to support the request.",
-    SYSTEM_ERROR: "System Error.",
+    20: "System Error.",
     TOO_MANY: "Number of elements exceeds max.",
 }
-NULL_RESULT = -1000
 
 
 class Operation(NamedTuple):
@@ -37,6 +36,12 @@ class Operation(NamedTuple):
     act: Callable
     request: str = ""  # constructions only: what a memory failure names
     client_calls: int = 0  # the first so many calls are the native client's
+
+    def perform(self, arrays):
+        try:
+            return self.act(*arrays[:1])
+        except (RuntimeError, MemoryError) as error:
+            return error.with_traceback(None)
 
 
 def grid():
@@ -90,25 +95,12 @@ def live():
     return process.shim_live()[:5]
 
 
-def describe(result):
-    if hasattr(result, "_is_complex"):
-        return type(result), result._is_complex, result.size, memoryview(result).tobytes("F")
-    return str(result)
-
-
 def state_of(arrays):
-    """All that can be seen of them; the module's values and the service's are the same."""
+    """What they show; the module's values and the service's are the same."""
     for array in arrays:
         assert hillshade.service_bytes(array) == memoryview(array).tobytes("F")
         assert hillshade.service_dimensions(array) == array.size
-    return [(describe(array), repr(array.__reduce__())) for array in arrays]
-
-
-def perform(act, *arguments):
-    try:
-        return act(*arguments)
-    except (RuntimeError, MemoryError) as error:
-        return error.with_traceback(None)
+    return repr(arrays)
 
 
 def check_error(error, operation, code, is_client):
@@ -123,73 +115,56 @@ def check_error(error, operation, code, is_client):
         assert str(error) == TEXTS[code]
 
 
-def check_fault(operation, position, calls, code, times, expected):
+def check_fault(operation, position, calls, code, times):
     """`times` of the calls fail, from that at the position on."""
     arrays = operation.prepare()
     before = state_of(arrays)
     alive = live()
-    references = [sys.getrefcount(array) for array in arrays]
     if UNSHARE in calls[:position] and len(arrays) > 1:
         alive[0] += 1  # what was shared stays unshared
     for attempt in range(25 if times > 1 else 1):
         if attempt < 5:  # Python's own caches fill up first
             blocks = sys.getallocatedblocks()
         start(position, times, code)
-        error = perform(operation.act, *arrays[:1])
+        error = operation.perform(arrays)
         start()
         check_error(error, operation, code, position < operation.client_calls)
         del error
         # This asks for the service's array, which may have to be made again.
         assert state_of(arrays) == before
         assert live() == alive
-    assert [sys.getrefcount(array) for array in arrays] == references
     assert sys.getallocatedblocks() - blocks < 20
-    assert describe(perform(operation.act, *arrays[:1])) == expected
-    state_of(arrays)
+    return repr(operation.perform(arrays)), state_of(arrays)
 
 
-def check_faults(hidden):
-    for index in hidden:
-        process.shim_hide(index, 1)
-    for name, operation in OPERATIONS.items():
-        arrays = operation.prepare()
-        start()
-        expected = describe(perform(operation.act, *arrays[:1]))
-        calls = trace()
-        del arrays
-        nothing = live()
-        for position, index in enumerate(calls):
-            codes = set() if index in GIVES_AN_OBJECT | CANNOT_FAIL else set(TEXTS)
-            if index in CAN_BE_NULL and position >= operation.client_calls:
-                codes.add(NULL_RESULT)
-            # A service that recovers, and one that doesn't before the call has ended.
-            for code, times in itertools.product(codes, (1, 1000)):
-                print(name, index, code, times, flush=True)
-                check_fault(operation, position, calls, code, times, expected)
-                assert live() == nothing
+def check_faults(operation):
+    arrays = operation.prepare()
+    start()
+    result = repr(operation.perform(arrays))
+    calls = trace()
+    expected = result, state_of(arrays)
+    del arrays
+    nothing = live()
+    for position, index in enumerate(calls):
+        codes = set() if index in GIVES_AN_OBJECT | CANNOT_FAIL else set(TEXTS)
+        if index in CAN_BE_NULL and position >= operation.client_calls:
+            codes.add(NULL_RESULT)
+        # A service that recovers, and one that doesn't before the call has ended.
+        for code, times in itertools.product(codes, (1, 1000)):
+            print(index, code, times, flush=True)
+            assert check_fault(operation, position, calls, code, times) == expected
+            assert live() == nothing
 
 
-def check_lost_values():
+def check_lost_values(operation, text):
     """The service says that it has given the elements, and hasn't."""
-    texts = {"size": "null data pointer.", "clone": "null data pointer."}
-    texts["reshape"] = TEXTS[SYSTEM_ERROR]
-    for name, text in texts.items():
-        arrays = OPERATIONS[name].prepare()
-        start()
-        perform(OPERATIONS[name].act, *arrays[:1])
-        position = trace().index(RELEASE)
-        arrays = OPERATIONS[name].prepare()
-        before = state_of(arrays)
-        start(position, 1, NULL_RESULT)
-        assert str(perform(OPERATIONS[name].act, *arrays[:1])) == text
-        assert state_of(arrays) == before
-
-
-def check_wrong_count():
-    process.shim_miscount(1)
-    text = "array dimensions do not match its number of elements."
-    assert str(perform(vellum.double, [1, 2])) == text
-    process.shim_miscount(0)
+    arrays, others = operation.prepare(), operation.prepare()
+    before = state_of(arrays)
+    start()
+    operation.perform(others)
+    start(trace().index(RELEASE), 1, NULL_RESULT)
+    assert str(operation.perform(arrays)) == text
+    assert state_of(arrays) == before
 
 
 @pytest.mark.parametrize("hidden", [(), OPTIONAL])
@@ -204,6 +179,14 @@ def test_a_service_that_fails(hidden):
 
 
 if __name__ == "__main__":
-    check_faults(map(int, sys.argv[1:]))
-    check_lost_values()
-    check_wrong_count()
+    for index in map(int, sys.argv[1:]):
+        process.shim_hide(index, 1)
+    for name, each in OPERATIONS.items():
+        print(name)
+        check_faults(each)
+    check_lost_values(OPERATIONS["size"], "null data pointer.")
+    check_lost_values(OPERATIONS["clone"], "null data pointer.")
+    check_lost_values(OPERATIONS["reshape"], TEXTS[20])
+    process.shim_miscount(1)
+    text = "array dimensions do not match its number of elements."
+    assert str(OPERATIONS["vector"].perform([])) == text
