@@ -11,6 +11,7 @@ import vellum
 import vellummultidimarrayforpython as module
 from helpers import outcome
 
+CAPSULE_NAME = b"vellummultidimarrayforpython._capi"
 GRID = numpy.arange(12, dtype="d").reshape(3, 4) ** 2
 
 
@@ -41,13 +42,11 @@ def test_every_type_comes_in_as_its_class_and_goes_out(type_code, kind):
 def test_types_without_a_class_and_null_pointers_are_refused():
     python = ctypes.pythonapi
     python.PyCapsule_GetPointer.restype = ctypes.POINTER(ctypes.c_void_p)
-    python.PyType_GenericAlloc.restype = ctypes.py_object
-    capsule = ctypes.py_object(module._capi), b"vellummultidimarrayforpython._capi"
-    table = python.PyCapsule_GetPointer(*capsule)
-    blank, blank_iterator = (
-        python.PyType_GenericAlloc(ctypes.py_object(cls), ctypes.c_ssize_t(0))
-        for cls in (vellum.double, module.VellumPyIter)
-    )
+    allocate = python.PyType_GenericAlloc
+    allocate.restype = ctypes.py_object
+    table = python.PyCapsule_GetPointer(ctypes.py_object(module._capi), CAPSULE_NAME)
+    blank = allocate(ctypes.py_object(vellum.double), ctypes.c_ssize_t(0))
+    blank_iterator = allocate(ctypes.py_object(module.VellumPyIter), ctypes.c_ssize_t(0))
     wrap_array = ctypes.PYFUNCTYPE(ctypes.py_object, ctypes.c_void_p)(table[0])
     unwrap_array = ctypes.PYFUNCTYPE(ctypes.c_void_p, ctypes.c_void_p)(table[1])
     assert outcome(hillshade.wrap, 1, (1, 2), b"abcd") == (RuntimeError, "invalid type.")

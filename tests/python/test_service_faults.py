@@ -137,7 +137,8 @@ def check_fault(operation, position, calls, code, times):
     return repr(operation.perform(arrays)), state_of(arrays)
 
 
-def check_faults(operation):
+def check_faults(name):
+    operation = OPERATIONS[name]
     arrays = operation.prepare()
     start()
     result = repr(operation.perform(arrays))
@@ -151,7 +152,7 @@ def check_faults(operation):
             codes.add(NULL_RESULT)
         # A service that recovers, and one that doesn't before the call has ended.
         for code, times in itertools.product(codes, (1, 1000)):
-            print(index, code, times, flush=True)
+            print(name, index, code, times, flush=True)
             assert check_fault(operation, position, calls, code, times) == expected
             assert live() == nothing
 
@@ -181,9 +182,8 @@ def test_a_service_that_fails(hidden):
 if __name__ == "__main__":
     for index in map(int, sys.argv[1:]):
         process.shim_hide(index, 1)
-    for name, each in OPERATIONS.items():
-        print(name)
-        check_faults(each)
+    for name in OPERATIONS:
+        check_faults(name)
     check_lost_values(OPERATIONS["size"], "null data pointer.")
     check_lost_values(OPERATIONS["clone"], "null data pointer.")
     check_lost_values(OPERATIONS["reshape"], TEXTS[20])
