@@ -94,6 +94,8 @@ SHIM_EXPORT void* malloc(std::size_t n) FAIL_OR_FORWARD("malloc", return nullptr
 #endif
 }
 
+// What was got is given back to the library itself.
+// NOLINTBEGIN(misc-new-delete-overloads)
 SHIM_EXPORT void* operator new(std::size_t n) FAIL_OR_FORWARD("_Znwm", throw std::bad_alloc(),
                                                               n) SHIM_EXPORT void*
 operator new[](std::size_t n) FAIL_OR_FORWARD("_Znam", throw std::bad_alloc(), n) SHIM_EXPORT void*
@@ -101,3 +103,4 @@ operator new(std::size_t n, std::align_val_t alignment)
     FAIL_OR_FORWARD("_ZnwmSt11align_val_t", throw std::bad_alloc(), n, alignment) SHIM_EXPORT void*
     operator new[](std::size_t n, std::align_val_t alignment)
         FAIL_OR_FORWARD("_ZnamSt11align_val_t", throw std::bad_alloc(), n, alignment)
+    // NOLINTEND(misc-new-delete-overloads)

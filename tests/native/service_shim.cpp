@@ -83,11 +83,17 @@ struct Forward<Operation, Result(Args...)>
                 std::get<BufferDeleter>(all)(std::get<void*>(all));
         }
         if constexpr (kGivesCode)
+        {
             return shim().m_faultCode == kNullResult ? 0 : shim().m_faultCode;
+        }
         else if constexpr (std::is_same_v<Result, bool>)
+        {
             return true; // a private copy was due; none is given
+        }
         else
+        {
             return Result();
+        }
     }
 
     static Result call(Args... args)
