@@ -79,7 +79,6 @@ need_packages() { packages+=("$@"); }
 need_modules() { modules+=("$@"); }
 
 declare -A module_package=(
-    [hypothesis]=python3-hypothesis
     [numpy]=python3-numpy
     [pillow]=python3-pil
     [pyflakes]=python3-pyflakes

@@ -91,18 +91,4 @@ TEST_F(Service, TurnsRowMajorIntoColumnMajor)
     EXPECT_EQ(g_freedBuffers, 1); // replaced by a column-major one
     EXPECT_EQ(release(12), (Values{0, 6, 2, 8, 4, 10, 1, 7, 3, 9, 5, 11}));
 }
-
-TEST_F(Service, OffersWhatTheModuleDoesWithout)
-{
-    EXPECT_EQ(get_function_ptr(-1), nullptr);
-    Values values = {1, 2}; // without a deleter they stay their owner's
-    const Dims dims = {1, 1};
-    call<array_factory_create_from_buffer>(m_factory, 13, dims.data(), 2U, values.data(), nullptr,
-                                           &m_array);
-    ReferenceImpl* reference = nullptr;
-    call<array_get_reference>(m_array, 0U, &reference);
-    call<reference_set_complex_value>(reference, 13, &values[1], &values[1]);
-    call<reference_destroy>(reference);
-    EXPECT_EQ(release(2), Values(2, 2.0));
-}
 } // namespace
