@@ -89,6 +89,8 @@ class Program:
             STEPS[choice % len(STEPS)](self)
         for whole in self.wholes:
             check(whole)
+        for found in self.arrays:
+            self.attempt(str, found)
 
     def choose(self, options):
         return options[next(self.choices, 0) % len(options)]
@@ -98,15 +100,18 @@ class Program:
             print("    " * self.depth, reprlib.repr([function, args, options]), flush=True)
         try:
             result = function(*args, **options)
+            self.remember(result, function in (*KINDS, *COPIES, hillshade.wrap))
+            return result
         except BaseException as error:
-            return self.heed(error)
+            self.heed(error)
+
+    def remember(self, result, is_whole):
         if type(result) not in KINDS:
             self.others = [*self.others[-7:], result]
         elif math.prod(max(length, 1) for length in memoryview(result).shape) > 200:
             self.forget()  # without elements an array can be too long to walk
-        elif function in (*KINDS, *COPIES, hillshade.wrap):
+        elif is_whole:
             self.wholes = [*self.wholes[-7:], result]
-        return result
 
     def heed(self, error):
         if type(error) not in EXPECTED:
@@ -243,9 +248,9 @@ STEPS = [Program.call, Program.construct, Program.assign, Program.reshape, Progr
 
 
 def check(whole):
-    view = memoryview(whole)
-    if not view.shape:  # native code alone makes such an array
+    if not 0 < len(whole.size) <= 64:  # none without native code; more than an export has
         return
+    view = memoryview(whole)
     assert whole.size == hillshade.service_dimensions(whole) == view.shape, view.shape
     assert whole.get_bytewise_strides() == view.strides, view.strides
     assert view.nbytes == math.prod(view.shape) * whole.itemsize, view.nbytes
