@@ -76,6 +76,7 @@ class Program:
     def __init__(self, data):
         self.choices = iter(data)
         self.depth = 0
+        self.is_collecting = False
         self.findings = []
         self.forget()
 
@@ -99,10 +100,14 @@ class Program:
         if TRACING:
             print("    " * self.depth, reprlib.repr([function, args, options]), flush=True)
         try:
+            if self.is_collecting:
+                self.ask_for_collection()
             result = function(*args, **options)
+            gc.disable()
             self.remember(result, function in (*KINDS, *COPIES, hillshade.wrap))
             return result
         except BaseException as error:
+            gc.disable()
             self.heed(error)
 
     def remember(self, result, is_whole):
@@ -138,6 +143,14 @@ class Program:
             self.depth += 1
             self.choose(STEPS)(self)
             self.depth -= 1
+
+    def ask_for_collection(self):
+        """It runs in the midst of what is called next, and finds a hostile object."""
+        gc.collect()  # leaves no freed tuples and lists, whose use would not count
+        cycle = [self.hostile(SCALARS, 1)]
+        cycle.append(cycle)
+        gc.set_threshold(self.choose(range(2, 10)))
+        gc.enable()
 
     def exporter(self):
         """For the constructors alone: Python itself believes what an exporter says."""
@@ -228,15 +241,9 @@ class Program:
         self.put(self.attempt(self.choose(FUNCTIONS), first, *[make() for make in others]))
 
     def collect(self):
-        """A step in which a collection is due, and finds a hostile object."""
-        gc.collect(0)
-        cycle = [self.hostile(SCALARS, 1)]
-        cycle.append(cycle)
-        del cycle
-        gc.set_threshold(self.choose(range(1, 9)))
-        gc.enable()
+        self.is_collecting = True
         self.step_inside()
-        gc.disable()
+        self.is_collecting = False
 
 
 VALUES = [lambda program: program.choose(NUMBERS), lambda program: program.choose(STRANGE),
