@@ -76,6 +76,7 @@ class Program:
     def __init__(self, data):
         self.choices = iter(data)
         self.depth = 0
+        self.is_collecting = False
         self.findings = []
         self.forget()
 
@@ -89,6 +90,8 @@ class Program:
             STEPS[choice % len(STEPS)](self)
         for whole in self.wholes:
             check(whole)
+        for found in self.arrays:
+            self.attempt(str, found)
 
     def choose(self, options):
         return options[next(self.choices, 0) % len(options)]
@@ -97,16 +100,23 @@ class Program:
         if TRACING:
             print("    " * self.depth, reprlib.repr([function, args, options]), flush=True)
         try:
+            if self.is_collecting:
+                self.ask_for_collection()
             result = function(*args, **options)
+            gc.disable()
+            self.remember(result, function in (*KINDS, *COPIES, hillshade.wrap))
+            return result
         except BaseException as error:
-            return self.heed(error)
+            gc.disable()
+            self.heed(error)
+
+    def remember(self, result, is_whole):
         if type(result) not in KINDS:
             self.others = [*self.others[-7:], result]
         elif math.prod(max(length, 1) for length in memoryview(result).shape) > 200:
             self.forget()  # without elements an array can be too long to walk
-        elif function in (*KINDS, *COPIES, hillshade.wrap):
+        elif is_whole:
             self.wholes = [*self.wholes[-7:], result]
-        return result
 
     def heed(self, error):
         if type(error) not in EXPECTED:
@@ -133,6 +143,14 @@ class Program:
             self.depth += 1
             self.choose(STEPS)(self)
             self.depth -= 1
+
+    def ask_for_collection(self):
+        """It runs in the midst of what is called next, and finds a hostile object."""
+        gc.collect()  # leaves no freed tuples and lists, whose use would not count
+        cycle = [self.hostile(SCALARS, 1)]
+        cycle.append(cycle)
+        gc.set_threshold(self.choose(range(2, 10)))
+        gc.enable()
 
     def exporter(self):
         """For the constructors alone: Python itself believes what an exporter says."""
@@ -223,15 +241,9 @@ class Program:
         self.put(self.attempt(self.choose(FUNCTIONS), first, *[make() for make in others]))
 
     def collect(self):
-        """A step in which a collection is due, and finds a hostile object."""
-        gc.collect(0)
-        cycle = [self.hostile(SCALARS, 1)]
-        cycle.append(cycle)
-        del cycle
-        gc.set_threshold(self.choose(range(1, 9)))
-        gc.enable()
+        self.is_collecting = True
         self.step_inside()
-        gc.disable()
+        self.is_collecting = False
 
 
 VALUES = [lambda program: program.choose(NUMBERS), lambda program: program.choose(STRANGE),
@@ -243,9 +255,9 @@ STEPS = [Program.call, Program.construct, Program.assign, Program.reshape, Progr
 
 
 def check(whole):
-    view = memoryview(whole)
-    if not view.shape:  # native code alone makes such an array
+    if not 0 < len(whole.size) <= 64:  # none without native code; more than an export has
         return
+    view = memoryview(whole)
     assert whole.size == hillshade.service_dimensions(whole) == view.shape, view.shape
     assert whole.get_bytewise_strides() == view.strides, view.strides
     assert view.nbytes == math.prod(view.shape) * whole.itemsize, view.nbytes
